@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+#include "MonitorCore/AppAggregator.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "MonitorCore/ProcessForest.h"
+
+namespace monitor::AppAggregator {
+namespace {
+
+constexpr std::size_t kNone = ProcessForest::kNone;
+
+// The members of one app, in input order.
+struct Group {
+  std::string id;
+  std::vector<std::size_t> members;
+  std::size_t representative = kNone;
+};
+
+// The apps in the order of their first members. A map would hand them over in the order of its buckets, and
+// reading the members would jump through the whole sample: that is what a large sample spends its time on.
+std::vector<Group> groupsOf(const std::vector<ProcessSample>& processes,
+                            const std::vector<std::size_t>& holders) {
+  std::vector<Group> groups;
+  std::unordered_map<std::string, std::size_t> numbers;
+  numbers.reserve(processes.size());
+  for (std::size_t index = 0; index < processes.size(); ++index) {
+    const std::size_t holder = holders[index];
+    std::string id = holder == kNone ? fallbackIdentity(processes[index].key) : *processes[holder].bundleID;
+    const auto [number, isNew] = numbers.try_emplace(std::move(id), groups.size());
+    if (isNew) groups.push_back({number->first, {}, kNone});
+    groups[number->second].members.push_back(index);
+    groups[number->second].representative = holder == kNone ? index : holder;
+  }
+  return groups;
+}
+
+// Whether the walk from `index` up to its ancestor `end` passes `wanted`, the two ends included.
+bool passes(const ProcessForest& forest, std::size_t index, std::size_t end, std::size_t wanted) {
+  while (index != wanted && index != end) index = forest.parent(index);
+  return index == wanted;
+}
+
+// For every process the index of the one whose bundle it counts toward, kNone where there is none.
+std::vector<std::size_t> bundleHolders(const std::vector<ProcessSample>& processes) {
+  const ProcessForest forest(processes);
+  std::vector<bool> hasBundle(processes.size());
+  for (std::size_t index = 0; index < processes.size(); ++index) {
+    hasBundle[index] = processes[index].bundleID.has_value();
+  }
+  std::vector<std::size_t> holders = forest.nearestMarked(hasBundle);
+  for (std::size_t index = 0; index < processes.size(); ++index) {
+    if (!forest.isRepeat(index)) continue;
+    if (hasBundle[index]) {
+      holders[index] = index;
+      continue;
+    }
+    const std::size_t parent = forest.parent(index);
+    const std::size_t holder = parent == kNone ? kNone : holders[parent];
+    // A walk that meets its own pid again has come full circle, even where another process stands there.
+    if (holder != kNone && !passes(forest, parent, holder, forest.first(index))) holders[index] = holder;
+  }
+  return holders;
+}
+
+template <class Field>
+std::optional<double> sum(const std::vector<ProcessSample>& processes,
+                          const std::vector<std::size_t>& members, Field ProcessSample::*field) {
+  std::optional<double> total;
+  for (const std::size_t member : members) {
+    const std::optional<double>& value = processes[member].*field;
+    if (value && std::isfinite(*value)) total = total.value_or(0.0) + *value;
+  }
+  return total;
+}
+
+// Takes the members out of `processes`.
+AppUsage makeRow(Group& group, std::vector<ProcessSample>& processes) {
+  const ProcessSample& representative = processes[group.representative];
+  AppUsage row{
+      std::move(group.id), representative.name, representative.bundleID, {}, {}, 0, {}, {}, {}, {}, {}};
+  row.cpu = sum(processes, group.members, &ProcessSample::cpu);
+  row.diskRead = sum(processes, group.members, &ProcessSample::diskRead);
+  row.diskWrite = sum(processes, group.members, &ProcessSample::diskWrite);
+  row.download = sum(processes, group.members, &ProcessSample::download);
+  row.upload = sum(processes, group.members, &ProcessSample::upload);
+  row.energy = sum(processes, group.members, &ProcessSample::energy);
+  for (const std::size_t member : group.members) row.memory += processes[member].memory;  // wraps around
+
+  std::stable_sort(group.members.begin(), group.members.end(),
+                   [&processes](std::size_t left, std::size_t right) {
+                     return processes[left].key.pid < processes[right].key.pid;
+                   });
+  row.processes.reserve(group.members.size());
+  for (const std::size_t member : group.members) row.processes.push_back(std::move(processes[member]));
+  return row;
+}
+
+// Rows in order, each moved once: sorting the rows themselves would move every one of them many times.
+std::vector<AppUsage> sorted(std::vector<AppUsage> rows) {
+  struct Place {
+    double cpu;
+    std::size_t index;
+  };
+  std::vector<Place> order;
+  order.reserve(rows.size());
+  for (std::size_t index = 0; index < rows.size(); ++index)
+    order.push_back({rows[index].cpu.value_or(-1.0), index});
+  std::sort(order.begin(), order.end(), [&rows](const Place& left, const Place& right) {
+    return left.cpu != right.cpu ? left.cpu > right.cpu : rows[left.index].id < rows[right.index].id;
+  });
+  std::vector<AppUsage> result;
+  result.reserve(rows.size());
+  for (const Place& place : order) result.push_back(std::move(rows[place.index]));
+  return result;
+}
+
+}  // namespace
+
+std::vector<AppUsage> group(std::vector<ProcessSample> processes) {
+  std::vector<Group> groups = groupsOf(processes, bundleHolders(processes));
+  std::vector<AppUsage> rows;
+  rows.reserve(groups.size());
+  for (Group& group : groups) rows.push_back(makeRow(group, processes));
+  return sorted(std::move(rows));
+}
+
+}  // namespace monitor::AppAggregator

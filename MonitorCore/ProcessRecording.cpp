@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+#include "MonitorCore/ProcessRecording.h"
+
+#include <utility>
+
+#include "MonitorCore/Json/RecordCoding.h"
+#include "MonitorCore/Json/RecordedNumber.h"
+#include "MonitorCore/Recording.h"
+
+namespace monitor {
+namespace {
+
+using json::findRecorded;
+using json::Reader;
+using json::setRecorded;
+using json::Writer;
+
+std::optional<std::string> findText(const Reader& object, std::string_view key) {
+  const auto text = object.find(key);
+  return text ? std::optional(text->string()) : std::nullopt;
+}
+
+Writer encodeProcess(const ProcessSample& process) {
+  Writer object = Writer::object();
+  object.set("key", json::encodeProcessKey(process.key));
+  object.set("parentPID", process.parentPID);
+  object.set("owner", process.owner);
+  object.set("name", process.name);
+  if (process.bundleID) object.set("bundleID", *process.bundleID);
+  object.set("executable", process.executable);
+  setRecorded(object, "cpu", process.cpu);
+  object.set("memory", process.memory);
+  setRecorded(object, "diskRead", process.diskRead);
+  setRecorded(object, "diskWrite", process.diskWrite);
+  setRecorded(object, "download", process.download);
+  setRecorded(object, "upload", process.upload);
+  setRecorded(object, "energy", process.energy);
+  if (process.directory) object.set("directory", *process.directory);
+  Writer ports = Writer::array();
+  for (const std::int64_t port : process.ports) ports.append(port);
+  object.set("ports", std::move(ports));
+  return object;
+}
+
+ProcessSample decodeProcess(const Reader& object) {
+  ProcessSample process;
+  process.key = json::decodeProcessKey(object.at("key"));
+  process.parentPID = object.at("parentPID").integer<std::int32_t>();
+  process.owner = object.at("owner").integer<std::uint32_t>();
+  process.name = object.at("name").string();
+  process.bundleID = findText(object, "bundleID");
+  process.executable = object.at("executable").string();
+  process.cpu = findRecorded(object, "cpu");
+  process.memory = object.at("memory").integer<std::uint64_t>();
+  process.diskRead = findRecorded(object, "diskRead");
+  process.diskWrite = findRecorded(object, "diskWrite");
+  process.download = findRecorded(object, "download");
+  process.upload = findRecorded(object, "upload");
+  process.energy = findRecorded(object, "energy");
+  process.directory = findText(object, "directory");
+  process.ports = json::decodeList<std::int64_t>(
+      object.at("ports"), [](const Reader& port) { return port.integer<std::int64_t>(); });
+  return process;
+}
+
+}  // namespace
+
+std::string encodeProcesses(const RecordedProcesses& sample) {
+  Writer object = Writer::object();
+  setRecorded(object, "timestamp", sample.timestamp.secondsSince2001);
+  object.set("processes", json::encodeList(sample.processes, encodeProcess));
+  return object.text();
+}
+
+RecordedProcesses decodeProcesses(std::string_view line) {
+  const json::Document document(line);
+  const Reader object = document.root();
+  requireKnownVersion(object);
+  return {Date{json::recordedNumber(object.at("timestamp"))},
+          json::decodeList<ProcessSample>(object.at("processes"), decodeProcess)};
+}
+
+}  // namespace monitor

@@ -1,0 +1,266 @@
+// SPDX-License-Identifier: MIT
+#include "MonitorMac/NativeMonitorCollector.h"
+
+#include <cmath>
+#include <string_view>
+
+#include "MonitorCore/AppAggregator.h"
+#include "MonitorMac/HostFormulas.h"
+
+namespace monitor {
+namespace {
+
+// Seconds of uptime after which a pause voids every rate.
+constexpr double kLongestGap = 90.0;
+// Seconds between two refreshes of the interface set and of the accessories.
+constexpr double kRefreshInterval = 30.0;
+constexpr std::size_t kMostIdentities = 4'096;
+
+void put(MonitorSnapshot& snapshot, MetricID metric, std::optional<double> value, MetricUnit unit,
+         std::string_view source, std::optional<std::string_view> detail = std::nullopt,
+         MetricState state = MetricState::Available) {
+  std::optional<std::string> text;
+  if (detail) text = std::string(*detail);
+  snapshot.readings.insert_or_assign(
+      metric, MetricReading(value, unit, std::string(source), state, snapshot.timestamp, std::move(text)));
+}
+
+std::optional<double> asDouble(std::optional<std::uint64_t> value) {
+  if (!value) return std::nullopt;
+  return static_cast<double>(*value);
+}
+
+std::string fileName(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+}  // namespace
+
+void NativeMonitorCollector::reset() {
+  const std::lock_guard lock(mutex_);
+  forgetRates();
+}
+
+void NativeMonitorCollector::forgetRates() {
+  previousCPU_.reset();
+  previousUptime_.reset();
+  network_ = {};
+  diskIO_ = {};
+  processRates_.clear();
+  lastInterfaces_ = -std::numeric_limits<double>::infinity();
+  lastAccessories_ = -std::numeric_limits<double>::infinity();
+}
+
+MonitorSnapshot NativeMonitorCollector::sample(bool includeProjects) {
+  const std::lock_guard lock(mutex_);
+  MonitorSnapshot snapshot;
+  snapshot.timestamp = ports_.wallClock.now();
+  snapshot.uptime = ports_.uptime.now();
+  const double elapsed = previousUptime_ ? snapshot.uptime - *previousUptime_ : 0.0;
+  if (elapsed > kLongestGap || elapsed < 0.0) forgetRates();
+
+  readCPU(snapshot);
+  readMemory(snapshot);
+  readPressure(snapshot);
+  readHomeVolume(snapshot);
+  readNetwork(snapshot);
+  readStorage(snapshot);
+  readBattery(snapshot);
+  Listing listing = readProcesses(snapshot.uptime, includeProjects);
+  // At least 30 s here, more than 30 s for the interfaces: the two are meant to differ.
+  if (snapshot.uptime - lastAccessories_ >= kRefreshInterval) {
+    refreshAccessories();
+    lastAccessories_ = snapshot.uptime;
+  }
+  previousUptime_ = snapshot.uptime;
+  snapshot.interval = elapsed > 0.0 && elapsed <= kLongestGap ? elapsed : 0.0;
+  snapshot.apps = AppAggregator::group(listing.processes);
+  snapshot.accessories = accessoryReadings_;
+  snapshot.restrictedProcessCount = listing.restricted;
+  return snapshot;
+}
+
+void NativeMonitorCollector::readCPU(MonitorSnapshot& snapshot) {
+  const SourceTexts& texts = ports_.texts;
+  const auto current = ports_.host.cpuTicks();
+  if (!current) {
+    put(snapshot, MetricID::Cpu, std::nullopt, MetricUnit::Percent, texts.cpuFailed, texts.cpuFailedDetail,
+        MetricState::Unsupported);
+    return;
+  }
+  std::optional<double> total;
+  if (previousCPU_) {
+    if (const auto shares = cpuShares(*previousCPU_, *current)) {
+      total = shares->total;
+      put(snapshot, MetricID::CpuUser, shares->user, MetricUnit::Percent, texts.cpu);
+      put(snapshot, MetricID::CpuSystem, shares->system, MetricUnit::Percent, texts.cpu);
+      put(snapshot, MetricID::CpuIdle, shares->idle, MetricUnit::Percent, texts.cpu);
+    }
+  }
+  put(snapshot, MetricID::Cpu, total, MetricUnit::Percent, texts.cpu, texts.cpuDetail);
+  previousCPU_ = current;
+}
+
+void NativeMonitorCollector::readMemory(MonitorSnapshot& snapshot) {
+  const SourceTexts& texts = ports_.texts;
+  if (const auto physical = ports_.host.physicalMemory()) {
+    put(snapshot, MetricID::MemoryTotal, asDouble(physical), MetricUnit::Bytes, texts.memoryTotal);
+  }
+  const auto memory = ports_.host.memory();
+  if (!memory) return;
+  if (memory->used) {
+    put(snapshot, MetricID::MemoryUsed, asDouble(memory->used), MetricUnit::Bytes, texts.memoryUsed,
+        texts.memoryUsedDetail);
+  }
+  if (memory->wired) {
+    put(snapshot, MetricID::MemoryWired, asDouble(memory->wired), MetricUnit::Bytes, texts.memoryWired);
+  }
+  if (memory->compressed) {
+    put(snapshot, MetricID::MemoryCompressed, asDouble(memory->compressed), MetricUnit::Bytes,
+        texts.memoryCompressed);
+  }
+}
+
+void NativeMonitorCollector::readPressure(MonitorSnapshot& snapshot) {
+  if (const auto level = ports_.host.memoryPressureLevel()) {
+    put(snapshot, MetricID::MemoryPressure, pressureFromLevel(*level), MetricUnit::Level,
+        ports_.texts.memoryPressure);
+  }
+}
+
+void NativeMonitorCollector::readHomeVolume(MonitorSnapshot& snapshot) {
+  const auto volume = ports_.host.homeVolume();
+  if (!volume) return;
+  put(snapshot, MetricID::DiskTotal, asDouble(volume->total), MetricUnit::Bytes, ports_.texts.diskTotal);
+  put(snapshot, MetricID::DiskFree, asDouble(volume->available), MetricUnit::Bytes, ports_.texts.diskFree);
+}
+
+void NativeMonitorCollector::readNetwork(MonitorSnapshot& snapshot) {
+  if (snapshot.uptime - lastInterfaces_ > kRefreshInterval) {
+    physicalInterfaces_ = ports_.network.physicalInterfaces();
+    lastInterfaces_ = snapshot.uptime;
+  }
+  std::vector<NetworkCounter> counters;
+  for (InterfaceCounter& counter : ports_.network.counters()) {
+    const bool physical = counter.up && physicalInterfaces_.contains(counter.name);
+    counters.push_back({std::move(counter.name), counter.received, counter.sent, physical});
+  }
+  const auto rates = network_.sample(counters, snapshot.uptime);
+  const SourceTexts& texts = ports_.texts;
+  put(snapshot, MetricID::Download, rates.download, MetricUnit::BytesPerSecond, texts.network,
+      texts.downloadDetail);
+  put(snapshot, MetricID::Upload, rates.upload, MetricUnit::BytesPerSecond, texts.network);
+}
+
+void NativeMonitorCollector::readStorage(MonitorSnapshot& snapshot) {
+  std::vector<NetworkCounter> counters;
+  for (StorageCounter& counter : ports_.storage.counters()) {
+    if (!counter.read || !counter.written) continue;
+    counters.push_back({std::move(counter.id), *counter.read, *counter.written, true});
+  }
+  const auto rates = diskIO_.sample(counters, snapshot.uptime);
+  const SourceTexts& texts = ports_.texts;
+  put(snapshot, MetricID::DiskRead, rates.download, MetricUnit::BytesPerSecond, texts.storage,
+      texts.diskReadDetail);
+  put(snapshot, MetricID::DiskWrite, rates.upload, MetricUnit::BytesPerSecond, texts.storage);
+}
+
+void NativeMonitorCollector::readBattery(MonitorSnapshot& snapshot) {
+  const SourceTexts& texts = ports_.texts;
+  for (const PowerSource& source : ports_.power.sources()) {
+    if (!source.internalBattery) continue;
+    if (const auto percent = batteryPercent(source)) {
+      put(snapshot, MetricID::Battery, percent, MetricUnit::Percent, texts.battery, source.state);
+    }
+    if (source.minutesToEmpty && *source.minutesToEmpty > 0) {
+      put(snapshot, MetricID::BatteryMinutes, source.minutesToEmpty, MetricUnit::Minutes,
+          texts.batteryMinutes);
+    }
+  }
+  if (const auto wear = ports_.power.wear()) {
+    if (const auto health = batteryHealth(*wear)) {
+      put(snapshot, MetricID::BatteryHealth, health, MetricUnit::Percent, texts.batteryHealth,
+          texts.batteryHealthDetail);
+    }
+  }
+}
+
+void NativeMonitorCollector::refreshAccessories() {
+  accessoryReadings_.clear();
+  for (const Accessory& accessory : ports_.accessories.connected()) {
+    // Written so that NaN is refused too.
+    if (!accessory.batteryPercent ||
+        !(*accessory.batteryPercent >= 0.0 && *accessory.batteryPercent <= 100.0)) {
+      continue;
+    }
+    accessoryReadings_.emplace_back(accessory.id,
+                                    accessory.product.value_or(std::string(ports_.texts.accessoryName)),
+                                    *accessory.batteryPercent);
+  }
+}
+
+NativeMonitorCollector::Listing NativeMonitorCollector::readProcesses(double uptime, bool includeProjects) {
+  ++pass_;
+  Listing listing;
+  for (const std::int32_t pid : ports_.processes.allPids()) {
+    if (pid <= 0) continue;
+    if (auto process = readProcess(pid, uptime, includeProjects, listing.restricted)) {
+      listing.processes.push_back(std::move(*process));
+    }
+  }
+  std::erase_if(processRates_, [this](const auto& entry) { return entry.second.pass != pass_; });
+  if (identities_.size() > kMostIdentities) identities_.clear();
+  return listing;
+}
+
+std::optional<ProcessSample> NativeMonitorCollector::readProcess(std::int32_t pid, double uptime,
+                                                                 bool includeProjects,
+                                                                 std::int64_t& restricted) {
+  const auto info = processInfo(ports_.processes, pid);
+  if (!info || info->owner != ports_.system.userIdentifier()) return std::nullopt;
+  const auto usage = ports_.processes.usage(pid);
+  if (!usage) {
+    ++restricted;
+    return std::nullopt;
+  }
+  ProcessSample sample;
+  sample.key = info->key;
+  sample.parentPID = info->parent;
+  sample.owner = info->owner;
+  sample.executable = executable(ports_.processes, pid);
+  const Identity& known = identity(pid, sample.executable);
+  sample.name = known.name.empty() ? "Process " + std::to_string(pid) : known.name;
+  sample.bundleID = known.bundleID;
+
+  ProcessRates& rates = processRates_[info->key];
+  rates.pass = pass_;
+  if (const auto rate = rates.cpu.sample(usage->cpuTime, uptime)) {
+    sample.cpu = cpuPercent(*rate, ports_.processes.cpuTimeUnitNanoseconds());
+  }
+  if (usage->diskRead) sample.diskRead = rates.diskRead.sample(*usage->diskRead, uptime);
+  if (usage->diskWritten) sample.diskWrite = rates.diskWrite.sample(*usage->diskWritten, uptime);
+  sample.memory = usage->memory;
+  if (includeProjects) {
+    sample.ports = ports_.processes.listeningPorts(pid);
+    if (!sample.ports.empty()) sample.directory = ports_.processes.workingDirectory(pid);
+  }
+  return sample;
+}
+
+const NativeMonitorCollector::Identity& NativeMonitorCollector::identity(std::int32_t pid,
+                                                                         const std::string& executable) {
+  const std::string key = ports_.bundles.identityKey(pid, executable);
+  if (const auto known = identities_.find(key); known != identities_.end()) return known->second;
+  Identity identity{fileName(executable), std::nullopt};
+  if (const auto bundle = ports_.bundles.bundleOfProcess(pid, executable)) {
+    identity.bundleID = bundle->identifier;
+    if (bundle->displayName) {
+      identity.name = *bundle->displayName;
+    } else if (bundle->name) {
+      identity.name = *bundle->name;
+    }
+  }
+  return identities_.emplace(key, std::move(identity)).first->second;
+}
+
+}  // namespace monitor

@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: MIT
+// The whole engine on a real audio server: routers, their queues and the machine's own processes.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <functional>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "MonitorAudioEngine/AudioRouteError.h"
+#include "MonitorAudioEngine/AudioRouter.h"
+#include "Platform/Linux/Base/Clocks.h"
+#include "Platform/Linux/Base/LinuxSystemInformation.h"
+#include "Platform/Linux/Base/Queues.h"
+#include "Platform/Linux/Base/RandomUuid.h"
+#include "Platform/Linux/Process/ProcessAdapters.h"
+#include "Tests/Integration/Audio/RoutedStack.h"
+#include "Tools/AudioLab/HardwareSink.h"
+
+namespace monitor::platform::test {
+namespace {
+
+constexpr double kTolerance = 1e-6;
+
+// A private stack and as many clients as a test wants, each with a router of its own.
+struct RoutersOnStack : RoutedStack {
+  using RoutedStack::RoutedStack;
+
+  std::shared_ptr<AudioRouter> client() {
+    return AudioRouter::make(
+        {provider->openView(), *queues, clock, *processes, *bundles, *system, randomUuid});
+  }
+
+  std::shared_ptr<SerialQueueFactory> queues = makeSerialQueueFactory();
+  MonotonicClock clock;
+  std::shared_ptr<ProcessTable> processes = makeProcessTable();
+  std::shared_ptr<ApplicationBundles> bundles = makeApplicationBundles();
+  std::shared_ptr<SystemInformation> system = makeSystemInformation();
+};
+
+// Runs `work` on the router's queue and waits for it.
+template <class Result>
+Result onQueue(const std::shared_ptr<AudioRouter>& router, const std::function<Result(AudioRouter&)>& work) {
+  std::promise<Result> promise;
+  router->queue()->submit([&] { promise.set_value(work(*router)); });
+  return promise.get_future().get();
+}
+
+std::optional<AudioApplication> listed(const std::shared_ptr<AudioRouter>& router, const Player& player) {
+  return onQueue<std::optional<AudioApplication>>(
+      router, [&](AudioRouter& on) -> std::optional<AudioApplication> {
+        for (const AudioApplication& application : on.applications().applications) {
+          for (const ProcessKey& key : application.processes) {
+            if (key.pid == player.pid()) return application;
+          }
+        }
+        return std::nullopt;
+      });
+}
+
+// Sets the program's gain; the error's text, empty on success.
+std::string setGain(const std::shared_ptr<AudioRouter>& router, const Player& player, double gain) {
+  const auto application = listed(router, player);
+  if (!application) return "not listed";
+  return onQueue<std::string>(router, [&](AudioRouter& on) -> std::string {
+    try {
+      on.setGain(gain, application->processes);
+      return {};
+    } catch (const AudioRouteError& error) {
+      return error.what();
+    }
+  });
+}
+
+void stop(const std::shared_ptr<AudioRouter>& router) {
+  (void)onQueue<int>(router, [](AudioRouter& on) {
+    on.stop();
+    return 0;
+  });
+}
+
+// Whether the program comes to be heard at this gain.
+bool becomes(const Listening& listening, double gain, unsigned channel = 0) {
+  return eventually([&] {
+    const std::size_t from = listening.frames();
+    listening.recorder.waitSeconds(0.06);
+    const auto measured = lab::measureSteadiness(listening.stretches(channel, from), 0, 2000);
+    return measured.steadyFrames > 1500 && std::abs(measured.gain - gain) < kTolerance;
+  });
+}
+
+const std::string kInvalidFormat = AudioRouteError::invalidFormat().what();
+
+TEST(AudioRouterOnServer, TwoClientsInEveryOrderOfSettingAndStopping) {
+  RoutersOnStack on;
+  Player left{on.stack, {.name = "Left", .arguments = {"--channel", "0"}}};
+  Player right{on.stack, {.name = "Right", .arguments = {"--channel", "1"}}};
+  ASSERT_TRUE(on.plays({&left, &right}));
+  Listening listening{on};
+  for (const bool firstSetsFirst : {true, false}) {
+    for (const bool firstStopsFirst : {true, false}) {
+      const auto first = on.client();
+      const auto second = on.client();
+      const auto setFirst = [&] { EXPECT_EQ(setGain(first, left, 0.4), ""); };
+      const auto setSecond = [&] { EXPECT_EQ(setGain(second, right, 0.25), ""); };
+      if (firstSetsFirst) setFirst();
+      setSecond();
+      if (!firstSetsFirst) setFirst();
+      EXPECT_TRUE(becomes(listening, 0.4, 0));
+      EXPECT_TRUE(becomes(listening, 0.25, 1));
+      stop(firstStopsFirst ? first : second);
+      EXPECT_TRUE(becomes(listening, firstStopsFirst ? 1.0 : 0.4, 0));
+      EXPECT_TRUE(becomes(listening, firstStopsFirst ? 0.25 : 1.0, 1));
+      stop(firstStopsFirst ? second : first);
+      EXPECT_TRUE(becomes(listening, 1.0, 0));
+      EXPECT_TRUE(becomes(listening, 1.0, 1));
+    }
+  }
+  EXPECT_TRUE(on.isClean()) << testing::PrintToString(on.leftovers());
+}
+
+TEST(AudioRouterOnServer, ClientThatGoesGivesItsProgramsBackAndLeavesTheOthers) {
+  RoutersOnStack on;
+  Player left{on.stack, {.name = "Left", .arguments = {"--channel", "0"}}};
+  Player right{on.stack, {.name = "Right", .arguments = {"--channel", "1"}}};
+  ASSERT_TRUE(on.plays({&left, &right}));
+  Listening listening{on};
+  auto first = on.client();
+  const auto second = on.client();
+  ASSERT_EQ(setGain(first, left, 0.4), "");
+  ASSERT_EQ(setGain(second, right, 0.25), "");
+  first.reset();
+  EXPECT_TRUE(becomes(listening, 1.0, 0));
+  EXPECT_TRUE(becomes(listening, 0.25, 1));
+}
+
+TEST(AudioRouterOnServer, GainChangesInPlaceAndOneIsNormalPlayback) {
+  RoutersOnStack on;
+  Player player{on.stack, {.name = "Player", .arguments = {"--channel", "0"}}};
+  ASSERT_TRUE(on.plays({&player}));
+  Listening listening{on};
+  const auto client = on.client();
+  for (const double gain : {0.5, 0.125, 0.5}) {
+    ASSERT_EQ(setGain(client, player, gain), "");
+    EXPECT_TRUE(becomes(listening, gain));
+    EXPECT_EQ(listed(client, player)->gain, gain);
+  }
+  ASSERT_EQ(setGain(client, player, 1.0), "");
+  EXPECT_TRUE(becomes(listening, 1.0));
+  EXPECT_TRUE(on.isClean()) << testing::PrintToString(on.leftovers());
+}
+
+class UnsupportedSink : public testing::TestWithParam<std::vector<std::string>> {};
+INSTANTIATE_TEST_SUITE_P(Channels, UnsupportedSink,
+                         testing::Values(std::vector<std::string>{"MONO"},
+                                         std::vector<std::string>{"FL", "FR", "FC", "LFE", "RL", "RR"}),
+                         [](const auto& sink) { return "Of" + std::to_string(sink.param.size()); });
+
+TEST_P(UnsupportedSink, IsAnInvalidFormatAndNothingIsLeftBehind) {
+  RoutersOnStack on(
+      lab::StackOptions{.sinks = {lab::SinkOptions{.positions = GetParam(), .priority = 1010}}});
+  Player player{on.stack, {.name = "Player"}};
+  ASSERT_TRUE(on.plays({&player}));
+  const auto client = on.client();
+  EXPECT_EQ(setGain(client, player, 0.4), kInvalidFormat);
+  EXPECT_EQ(listed(client, player)->gain, 1.0);
+  EXPECT_TRUE(on.isClean()) << testing::PrintToString(on.leftovers());
+}
+
+TEST(AudioRouterOnServer, SinkWithIntegerHardwareAtAnotherRateIsRouted) {
+  RoutersOnStack on;
+  const lab::HardwareSink hardware(on.stack.remote());
+  Player player{on.stack, {.name = "Player", .arguments = {"--channel", "0"}}};
+  ASSERT_TRUE(on.plays({&player}));
+  Listening listening{on, "lab-hardware"};
+  const auto client = on.client();
+  ASSERT_TRUE(becomes(listening, 1.0));
+  ASSERT_EQ(setGain(client, player, 0.4), "");
+  // The monitor is on the graph's side: the same slope, so the same pitch.
+  EXPECT_TRUE(becomes(listening, 0.4));
+  ASSERT_EQ(setGain(client, player, 1.0), "");
+  EXPECT_TRUE(becomes(listening, 1.0));
+}
+
+TEST(AudioRouterOnServer, RouteFollowsTheDefaultOutput) {
+  RoutersOnStack on;
+  Player player{on.stack, {.name = "Player", .arguments = {"--channel", "0"}}};
+  ASSERT_TRUE(on.plays({&player}));
+  Listening onA{on, "lab-sink-a"};
+  Listening onB{on, "lab-sink-b"};
+  const auto client = on.client();
+  ASSERT_EQ(setGain(client, player, 0.4), "");
+  ASSERT_TRUE(becomes(onA, 0.4));
+  on.graph.setDefaultSink("lab-sink-b");
+  EXPECT_TRUE(becomes(onB, 0.4));
+  EXPECT_EQ(listed(client, player)->gain, 0.4);
+}
+
+TEST(AudioRouterOnServer, OutputSwitchedThereAndBackRestoresTheRouteOnce) {
+  RoutersOnStack on;
+  Player player{on.stack, {.name = "Player", .arguments = {"--channel", "0"}}};
+  ASSERT_TRUE(on.plays({&player}));
+  Listening listening{on};
+  const auto client = on.client();
+  ASSERT_EQ(setGain(client, player, 0.4), "");
+  ASSERT_TRUE(becomes(listening, 0.4));
+  on.graph.setDefaultSink("lab-sink-b");
+  on.graph.setDefaultSink("lab-sink-a");
+  listening.recorder.waitSeconds(1.0);
+  EXPECT_TRUE(becomes(listening, 0.4));
+  EXPECT_EQ(listed(client, player)->gain, 0.4);
+  const auto message = onQueue<std::optional<std::string>>(
+      client, [](AudioRouter& router) { return router.applications().message; });
+  EXPECT_FALSE(message) << *message;
+}
+
+TEST(AudioRouterOnServer, ProgramThatEndsLeavesNothing) {
+  RoutersOnStack on;
+  auto player = std::make_unique<Player>(on.stack, lab::PlayerSetup{.name = "Player"});
+  ASSERT_TRUE(on.plays({player.get()}));
+  const auto client = on.client();
+  ASSERT_EQ(setGain(client, *player, 0.4), "");
+  player->kill();
+  EXPECT_TRUE(on.isClean()) << testing::PrintToString(on.leftovers());
+}
+
+}  // namespace
+}  // namespace monitor::platform::test

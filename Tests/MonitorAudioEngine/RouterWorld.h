@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "MonitorAudioEngine/AudioRouteError.h"
+#include "MonitorAudioEngine/AudioRouter.h"
+#include "Tests/Fakes/FakeApplicationBundles.h"
+#include "Tests/Fakes/FakeAudioHardware.h"
+#include "Tests/Fakes/FakeProcessTable.h"
+#include "Tests/Fakes/FakeSystemInformation.h"
+#include "Tests/Fakes/VirtualTime.h"
+
+namespace monitor::testing_support {
+
+inline constexpr std::int32_t kOwnPid = 99;
+inline constexpr std::uint32_t kUser = 501;
+// Just past a bound. A power of two, so that times add up exactly.
+inline constexpr double kMoment = 0x1p-20;
+
+inline ProcessKey keyOf(std::int32_t pid) {
+  return {pid, static_cast<std::uint64_t>(pid) * 1000};
+}
+
+// One router and everything around it, on virtual time.
+struct RouterWorld {
+  fakes::VirtualTime time;
+  fakes::FakeClock clock{time};
+  fakes::FakeQueueFactory queues{time};
+  fakes::FakeAudioHardware hardware;
+  fakes::FakeProcessTable processes;
+  fakes::FakeApplicationBundles bundles;
+  fakes::FakeSystemInformation system;
+  int uuids = 0;
+  std::shared_ptr<AudioRouter> router;
+
+  RouterWorld() {
+    system.process = kOwnPid;
+    system.user = kUser;
+    router = makeRouter();
+    time.run();
+    hardware.forgetCalls();
+  }
+  RouterWorld(const RouterWorld&) = delete;
+  RouterWorld& operator=(const RouterWorld&) = delete;
+  ~RouterWorld() {
+    router.reset();
+    time.run();
+  }
+
+  std::shared_ptr<AudioRouter> makeRouter() {
+    return AudioRouter::make({hardware.openView(), queues, clock, processes, bundles, system,
+                              [this] { return "uuid-" + std::to_string(++uuids); }});
+  }
+
+  // A program starts and uses audio. Its process object.
+  AudioObjectID play(std::int32_t pid, const std::string& bundleID = {}, bool running = true) {
+    processes.add(keyOf(pid), "/usr/bin/player" + std::to_string(pid), kUser);
+    const AudioObjectID object = hardware.addProcess(pid, running, bundleID);
+    time.run();
+    return object;
+  }
+  void setRunning(std::int32_t pid, bool running) {
+    hardware.setRunning(hardware.processOf(pid), running);
+    time.run();
+  }
+  // The program disconnects from the audio system, and ends.
+  void leave(std::int32_t pid) {
+    processes.end(pid);
+    hardware.removeProcess(hardware.processOf(pid));
+    time.run();
+  }
+
+  void onQueue(std::function<void()> action) {
+    router->queue()->submit(std::move(action));
+    time.run();
+  }
+  std::optional<AudioRouteError> setGain(double gain, const std::vector<ProcessKey>& keys) {
+    std::optional<AudioRouteError> refusal;
+    onQueue([&] {
+      try {
+        router->setGain(gain, keys);
+      } catch (const AudioRouteError& error) {
+        refusal = error;
+      }
+    });
+    return refusal;
+  }
+  std::optional<AudioRouteError> setGain(double gain, std::int32_t pid) {
+    return setGain(gain, std::vector{keyOf(pid)});
+  }
+  void stop() {
+    onQueue([this] { router->stop(); });
+  }
+  AudioRouter::Listing list() {
+    AudioRouter::Listing listing;
+    onQueue([&] { listing = router->applications(); });
+    return listing;
+  }
+  std::optional<std::string> message() { return list().message; }
+  AudioFailure lastCause() {
+    AudioFailure cause;
+    onQueue([&] { cause = router->lastCause(); });
+    return cause;
+  }
+
+  // Time passes while running programs render.
+  void playFor(double seconds) {
+    for (double passed = 0.0; passed < seconds; passed += 0.25) {
+      hardware.runCycles();
+      time.advance(0.25);
+    }
+  }
+  // The same, with a client that asks for the list.
+  void listenFor(double seconds) {
+    for (double passed = 0.0; passed < seconds; passed += 1.0) {
+      (void)list();
+      playFor(1.0);
+    }
+  }
+
+  AudioObjectID routeOf(std::int32_t pid) { return hardware.routeOf(hardware.processOf(pid)); }
+  // What a program's ones sound like in the end.
+  float level(std::int32_t pid) {
+    const fakes::StereoBlock ones{{1.0F}, {1.0F}};
+    const AudioObjectID device = routeOf(pid);
+    if (device == 0) return 1.0F;
+    (void)hardware.runCycle(device, ones);  // a new gain is reached by the end of a buffer
+    return hardware.runCycle(device, ones)->left[0];
+  }
+
+  // Nothing half built: a tap, a device and a running procedure for each route, and nothing else.
+  void expectWholeRoutes(std::size_t count) {
+    EXPECT_EQ(hardware.taps().size(), count);
+    EXPECT_EQ(hardware.aggregates().size(), count);
+    EXPECT_EQ(hardware.procedures(), count);
+    EXPECT_EQ(hardware.runningProcedures(), count);
+  }
+};
+
+}  // namespace monitor::testing_support

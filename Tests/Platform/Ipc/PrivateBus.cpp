@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#include "Tests/Platform/Ipc/PrivateBus.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <system_error>
+
+namespace monitor::tests {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path temporaryDirectory() {
+  std::string name = (fs::temp_directory_path() / "vesk-bus-XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) throw std::system_error(errno, std::generic_category(), name);
+  // Other users have to reach the socket; the daemon decides about them.
+  fs::permissions(name, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
+  return name;
+}
+
+std::string configuration(const fs::path& directory, const PrivateBus::Options& options) {
+  std::string folders = "  <servicedir>" + (directory / "services").string() + "</servicedir>\n";
+  for (const auto& folder : options.serviceFolders)
+    folders += "  <servicedir>" + folder.string() + "</servicedir>\n";
+  const std::string users = options.everyUser ? "    <allow user=\"*\"/>\n" : "";
+  return R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>unix:path=)" +
+         (directory / "bus").string() + R"(</listen>
+  <auth>EXTERNAL</auth>
+)" + folders +
+         R"(  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+)" + users +
+         options.policy +
+         R"(  </policy>
+  <limit name="max_incoming_bytes">1000000000</limit>
+  <limit name="max_outgoing_bytes">1000000000</limit>
+  <limit name="max_message_size">1000000000</limit>
+  <limit name="service_start_timeout">20000</limit>
+  <limit name="auth_timeout">240000</limit>
+  <limit name="max_completed_connections">100000</limit>
+  <limit name="max_incomplete_connections">10000</limit>
+  <limit name="max_connections_per_user">100000</limit>
+  <limit name="max_pending_service_starts">10000</limit>
+  <limit name="max_names_per_connection">50000</limit>
+  <limit name="max_match_rules_per_connection">50000</limit>
+  <limit name="max_replies_per_connection">50000</limit>
+</busconfig>
+)";
+}
+
+}  // namespace
+
+PrivateBus::PrivateBus(const Options& options) : directory_(temporaryDirectory()) {
+  address_ = "unix:path=" + (directory_ / "bus").string();
+  fs::create_directory(directory_ / "services");
+  for (const auto& [name, command] : options.activations) {
+    std::ofstream(directory_ / "services" / (name + ".service"))
+        << "[D-BUS Service]\nName=" << name << "\nExec=" << command << "\n";
+  }
+  std::ofstream(directory_ / "bus.conf") << configuration(directory_, options);
+  lab::SpawnOptions spawn;
+  spawn.command = {"dbus-daemon", "--nofork", "--nopidfile", "--print-address=1",
+                   "--config-file=" + (directory_ / "bus.conf").string()};
+  spawn.environment = environment();
+  spawn.log = directory_ / "log";
+  spawn.talk = true;
+  daemon_ = lab::ChildProcess(spawn);
+  if (!daemon_.receive(lab::Milliseconds(10000))) {
+    throw std::runtime_error("dbus-daemon does not start: " + lab::fileTail(spawn.log, 5));
+  }
+}
+
+PrivateBus::~PrivateBus() {
+  daemon_.kill();
+  std::error_code ignored;
+  fs::remove_all(directory_, ignored);
+}
+
+pid_t PrivateBus::ownerOf(const std::string& name) const {
+  sd_bus* made = nullptr;
+  sd_bus_new(&made);
+  const platform::Bus bus(made);
+  sd_bus_set_address(made, address_.c_str());
+  sd_bus_set_bus_client(made, 1);
+  if (sd_bus_start(made) < 0) return 0;
+  sd_bus_message* answered = nullptr;
+  const int result =
+      sd_bus_call_method(made, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                         "GetConnectionUnixProcessID", nullptr, &answered, "s", name.c_str());
+  const platform::Message reply(answered);
+  std::uint32_t pid = 0;
+  if (result >= 0) sd_bus_message_read_basic(answered, 'u', &pid);
+  return static_cast<pid_t>(pid);
+}
+
+lab::Environment PrivateBus::environment() const {
+  auto result = lab::neutralEnvironment();
+  result["DBUS_SESSION_BUS_ADDRESS"] = address_;
+  result["XDG_RUNTIME_DIR"] = directory_.string();
+  result["HOME"] = directory_.string();
+  result["LC_ALL"] = "C.UTF-8";
+  return result;
+}
+
+lab::CommandResult PrivateBus::run(std::vector<std::string> command, lab::Milliseconds deadline) const {
+  lab::SpawnOptions spawn;
+  spawn.command = std::move(command);
+  spawn.environment = environment();
+  spawn.log = directory_ / "programs.log";
+  return lab::runCommand(spawn, deadline);
+}
+
+}  // namespace monitor::tests
