@@ -6,7 +6,7 @@
 
 #include "MonitorCore/MonitorHistoryStore.h"
 
-namespace monitor::benchmark {
+namespace monitor::bench {
 namespace {
 
 void check(bool ok, const Handle& db) {
@@ -134,4 +134,4 @@ void prefill(const std::filesystem::path& file, std::int64_t start, int minutes,
   check(sqlite3_exec(db.get(), script.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK, db);
 }
 
-}  // namespace monitor::benchmark
+}  // namespace monitor::bench

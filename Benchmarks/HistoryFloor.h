@@ -11,7 +11,7 @@
 
 // The least work that does what the history store does: loops over the SQLite interface with the same
 // statements and the same settings, over rows that lie ready.
-namespace monitor::benchmark {
+namespace monitor::bench {
 
 struct CloseHandle {
   void operator()(sqlite3* db) const { sqlite3_close(db); }
@@ -60,4 +60,4 @@ void prefill(const std::filesystem::path& file, std::int64_t start, int minutes,
 
 [[nodiscard]] std::string appName(int index);
 
-}  // namespace monitor::benchmark
+}  // namespace monitor::bench

@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace monitor::benchmark {
+namespace monitor::bench {
 
 bool RrdtoolPeer::available() {
   return std::system("command -v rrdtool >/dev/null 2>&1") == 0;
@@ -96,4 +96,4 @@ double RrdtoolPeer::cpuMs() const {
   return nanoseconds / 1e6;
 }
 
-}  // namespace monitor::benchmark
+}  // namespace monitor::bench

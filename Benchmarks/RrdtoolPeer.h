@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace monitor::benchmark {
+namespace monitor::bench {
 
 // The same series in a round-robin database: rrdtool in its batch mode, one file per app with its seven
 // series and one for the machine-wide ones, a day at 60 seconds and 30 days at 900 seconds, means and peaks.
@@ -37,4 +37,4 @@ class RrdtoolPeer {
   int out_ = -1;
 };
 
-}  // namespace monitor::benchmark
+}  // namespace monitor::bench

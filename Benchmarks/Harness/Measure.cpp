@@ -61,17 +61,18 @@ std::string describeFloors(const std::vector<Floor>& floors) {
   return text;
 }
 
-void checkPairs(const MeasureOptions& options) {
-  if (options.pairs < kFewestPairs) {
+void checkPairs(std::size_t pairs) {
+  if (pairs < kFewestPairs) {
     throw std::invalid_argument(
-        fmt::format("{} pairs are too few, at least {} are needed", options.pairs, kFewestPairs));
+        fmt::format("{} pairs are too few, at least {} are needed", pairs, kFewestPairs));
   }
 }
 
 }  // namespace
 
 Result measure(const std::string& subject, const Comparison& comparison, const MeasureOptions& options) {
-  checkPairs(options);
+  const std::size_t pairs = comparison.pairs.value_or(options.pairs);
+  checkPairs(pairs);
   if (comparison.floors.empty()) {
     throw std::invalid_argument(fmt::format("{}/{}: nothing to compare with", subject, comparison.name));
   }
@@ -83,7 +84,7 @@ Result measure(const std::string& subject, const Comparison& comparison, const M
   std::vector<double> ratios;
   std::vector<double> products;
   std::vector<double> floors;
-  for (std::size_t pair = 0; pair < options.pairs; ++pair) {
+  for (std::size_t pair = 0; pair < pairs; ++pair) {
     std::vector<double> seconds(samplers.size());
     for (std::size_t step = 0; step < samplers.size(); ++step) {
       const std::size_t index = (pair + step) % samplers.size();
@@ -104,13 +105,13 @@ Result measure(const std::string& subject, const Comparison& comparison, const M
   result.figure = quartilesOf(ratios);
   result.productSeconds = quartilesOf(products).median;
   result.floorSeconds = quartilesOf(floors).median;
-  result.samples = options.pairs;
+  result.samples = pairs;
   result.bound = comparison.bound;
   return result;
 }
 
 Result measure(const std::string& subject, const Limit& limit, const MeasureOptions& options) {
-  checkPairs(options);
+  checkPairs(options.pairs);
   if (limit.sample == nullptr)
     throw std::invalid_argument(fmt::format("{}/{}: nothing to measure", subject, limit.name));
   std::vector<double> figures;

@@ -17,8 +17,6 @@ struct MeasureOptions {
   double sampleSeconds = 0.0001;
 };
 
-inline constexpr std::size_t kFewestPairs = 15;
-
 struct Result {
   std::string subject;
   std::string name;

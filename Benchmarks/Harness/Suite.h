@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -9,6 +10,8 @@
 // What is measured: a product against a floor, in pairs that are run in turn, so that whatever the machine
 // does meanwhile happens to both. Ratios hold from machine to machine, times do not.
 namespace monitor::bench {
+
+inline constexpr std::size_t kFewestPairs = 15;
 
 // Something to measure, by one of the two functions.
 struct Work {
@@ -36,6 +39,7 @@ struct Comparison {
   std::vector<Floor> floors;
   std::optional<double> bound;
   Clock clock = Clock::Wall;
+  std::optional<std::size_t> pairs = std::nullopt;  // for runs of many seconds: so many, whatever is asked of the others
 };
 
 // A figure that must not exceed a bound as it is: a request's milliseconds, a process's megabytes.

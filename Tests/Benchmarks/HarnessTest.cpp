@@ -96,6 +96,11 @@ TEST(MeasureTest, FewerThanFifteenPairsAreRefused) {
   const Comparison any = comparison(1.0, {{1.0, taking("f", 1.0)}}, {});
   EXPECT_THROW((void)measure("s", any, {.pairs = 14}), std::invalid_argument);
   EXPECT_EQ(measure("s", any, {.pairs = 15}).samples, 15U);
+  Comparison slow = any;
+  slow.pairs = 16;
+  EXPECT_EQ(measure("s", slow, {.pairs = 51}).samples, 16U);
+  slow.pairs = 14;
+  EXPECT_THROW((void)measure("s", slow, {.pairs = 51}), std::invalid_argument);
 }
 
 TEST(MeasureTest, ComparisonWithNothingAndWorkWithoutAFunctionAreRefused) {
