@@ -22,7 +22,7 @@ lab::CommandResult run(const PrivateBus& bus, const std::string& command) {
 
 void expectEverything(const fs::path& root) {
   for (const char* file :
-       {"bin/vesk", "libexec/vesk-monitor-audio",
+       {"bin/vesk", "libexec/vesk-monitor-audio", "libexec/vesk-powermetrics",
         "share/dbus-1/services/app.vesk.native.monitor-audio.service",
         "share/dbus-1/services/app.vesk.native.agent.service", "lib/systemd/user/vesk-monitor-audio.service",
         "lib/systemd/user/vesk-agent.service", "include/vesk-monitor/MonitorCore/ProcessKey.h",

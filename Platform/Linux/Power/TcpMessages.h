@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+#include "Platform/Linux/Power/TcpSockets.h"
+
+namespace monitor::platform {
+
+struct TcpDump {
+  std::vector<TcpSocket> sockets;
+  bool done = false;    // the kernel said that nothing follows
+  bool failed = false;  // the kernel refused or was disturbed, or the bytes are not netlink messages
+};
+
+// Reads one datagram of the kernel's socket diagnostics and adds its connections to `dump`. Every length is
+// checked before it is believed; a socket without byte counters is passed over.
+void readTcpMessages(std::span<const std::byte> datagram, TcpDump& dump);
+
+}  // namespace monitor::platform
