@@ -255,6 +255,8 @@ AudioOutcome AudioSystem::stopDevice(RouteTable::View view, AudioObjectID device
 
 void AudioSystem::closeView(RouteTable::View view) {
   listeners_.removeView(view);
+  // Without a connection nothing was made, or it is gone with the last one: nothing to wait for.
+  if (published_.current()->state != PipeWireConnection::State::Ready) return;
   call({.begin =
             [=, this] {
               routes_.beginClose(view);

@@ -76,7 +76,7 @@ PipeWireAudioHardware::PipeWireAudioHardware(std::shared_ptr<AudioSystem> system
     : system_(std::move(system)), bundles_(std::move(bundles)) {}
 
 PipeWireAudioHardware::~PipeWireAudioHardware() {
-  system_->listeners().removeView(this);
+  system_->closeView(this);
 }
 
 AudioStatus PipeWireAudioHardware::conclude(const AudioOutcome& outcome) {
