@@ -221,10 +221,11 @@ void AudioRouter::buildRoute(const ListedApplication& application, double gain) 
   const auto output =
       readValue<AudioObjectID>(*ports_.hardware, audio::kSystemObject, audio::kDefaultOutputDevice);
   if (output == 0) throw AudioRouteError::invalidFormat("there is no default output device");
-  auto route =
-      std::make_unique<ProcessAudioRoute>(*ports_.hardware, application.application.processes,
-                                          application.objects, output, ports_.makeUuid, ports_.clock.now());
+  auto route = std::make_unique<ProcessAudioRoute>(*ports_.hardware, application.application.processes,
+                                                   application.objects, output, ports_.makeUuid,
+                                                   ports_.clock.now(), ports_.silence);
   route->setGain(gain);
+  route->noteOutput(application.application.running, ports_.clock.now());
   const std::string& id = application.application.id;
   routes_.emplace(id, std::move(route));
   // While there was no route, nobody looked at who plays: without this the watchdog would wait for sound from
@@ -246,16 +247,25 @@ void AudioRouter::tick() {
   for (auto entry = routes_.begin(); entry != routes_.end();) {
     ProcessAudioRoute& route = *entry->second;
     // A silent application is not expected to render.
-    route.observe(!playing_.contains(entry->first), now);
-    const auto reason = reasonToEnd(route, now);
-    if (!reason) {
+    route.observe(playing_.contains(entry->first), now);
+    const std::string& id = entry->first;
+    if (const auto reason = reasonToEnd(route, now)) {
+      keepMessage(AudioRouteError::timedOut(id + ": " + *reason));
+    } else if (hearsOnlySilence(route, now)) {
+      lastCause_ = {0, fmt::format("{}: the program reports output for {} s and every sample was zero", id,
+                                   route.outputSeconds(now))};
+      lastError_ = kOnlySilenceText;
+    } else {
       ++entry;
       continue;
     }
-    const std::string cause = entry->first + ": " + *reason;
     entry = routes_.erase(entry);
-    keepMessage(AudioRouteError::timedOut(cause));
   }
+}
+
+bool AudioRouter::hearsOnlySilence(const ProcessAudioRoute& route, double now) const {
+  return ports_.silence != nullptr && !ports_.silence->heardSound() &&
+         route.outputSeconds(now) >= kOnlySilenceSeconds;
 }
 
 std::optional<std::string> AudioRouter::reasonToEnd(const ProcessAudioRoute& route, double now) const {
@@ -307,6 +317,7 @@ void AudioRouter::processesChanged() {
   for (auto entry = routes_.begin(); entry != routes_.end();) {
     const auto found = byID.find(entry->first);
     if (found != byID.end() && fits(*entry->second, *found->second)) {
+      entry->second->noteOutput(found->second->application.running, ports_.clock.now());
       ++entry;
       continue;
     }

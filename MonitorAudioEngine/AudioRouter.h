@@ -13,6 +13,7 @@
 
 #include "MonitorAudioEngine/ApplicationLister.h"
 #include "MonitorAudioEngine/ProcessAudioRoute.h"
+#include "MonitorAudioEngine/SilenceWatch.h"
 #include "MonitorCore/AudioApplication.h"
 #include "MonitorCore/AudioRouteRecovery.h"
 #include "MonitorCore/Ports/AudioHardware.h"
@@ -31,6 +32,9 @@ struct AudioRouterPorts {
   ApplicationBundles& bundles;
   const SystemInformation& system;
   UuidSource makeUuid;
+  // Of the whole service and outliving it, where a denied permission gives silence instead of an error; null
+  // turns the rule about it off.
+  SilenceWatch* silence = nullptr;
 };
 
 // The engine's root object, one for each client: lists the applications that use audio, keeps one route for
@@ -49,6 +53,12 @@ class AudioRouter : public std::enable_shared_from_this<AudioRouter> {
   static constexpr double kHeartbeatSeconds = 8.0;
   // A route of a playing application that does not render for as long has stalled.
   static constexpr double kStallSeconds = 3.0;
+  // A route of a service that never heard a sound, in the presence of a program that reports output for as
+  // long, is taken for one without permission: it is ended with this message.
+  static constexpr double kOnlySilenceSeconds = 10.0;
+  static constexpr std::string_view kOnlySilenceText =
+      "App Volume hears only silence. If this program should be audible, check System Settings → Privacy & "
+      "Security → Screen & System Audio Recording.";
   // How long a new output device is given to settle.
   static constexpr double kRestoreSeconds = 0.4;
   static constexpr std::size_t kMostKeys = 128;
@@ -93,6 +103,7 @@ class AudioRouter : public std::enable_shared_from_this<AudioRouter> {
   void buildRoute(const ListedApplication& application, double gain);
   void tick();
   [[nodiscard]] std::optional<std::string> reasonToEnd(const ProcessAudioRoute& route, double now) const;
+  [[nodiscard]] bool hearsOnlySilence(const ProcessAudioRoute& route, double now) const;
   void outputChanged();
   void restore(std::uint64_t generation);
   void processesChanged();

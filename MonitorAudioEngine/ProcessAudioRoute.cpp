@@ -65,8 +65,9 @@ AggregateDeviceDescription describeAggregate(const std::string& deviceUID, const
 
 // What the device's realtime thread runs. The bare pointer: the route destroys the procedure before the gain
 // state.
-AudioIOBlock makeIOBlock(MonitorGainState* state) {
-  return [state](const MonitorAudioBufferList* input, MonitorAudioBufferList* output) {
+AudioIOBlock makeIOBlock(MonitorGainState* state, SilenceWatch* silence) {
+  return [state, silence](const MonitorAudioBufferList* input, MonitorAudioBufferList* output) {
+    if (silence != nullptr) silence->listen(*input);
     MonitorGainRender(state, input, output);
   };
 }
@@ -80,16 +81,16 @@ ProcessAudioRoute::ProcessAudioRoute(AudioHardware& hardware, std::vector<Proces
 
 ProcessAudioRoute::ProcessAudioRoute(AudioHardware& hardware, std::vector<ProcessKey> keys,
                                      std::vector<AudioObjectID> objects, AudioObjectID output,
-                                     const UuidSource& makeUuid, double now)
+                                     const UuidSource& makeUuid, double now, SilenceWatch* silence)
     : ProcessAudioRoute(hardware, std::move(keys), std::move(objects), now) {
-  build(output, makeUuid);
+  build(output, makeUuid, silence);
 }
 
 ProcessAudioRoute::~ProcessAudioRoute() {
   tearDown();
 }
 
-void ProcessAudioRoute::build(AudioObjectID output, const UuidSource& makeUuid) {
+void ProcessAudioRoute::build(AudioObjectID output, const UuidSource& makeUuid, SilenceWatch* silence) {
   const std::string uid = readString(hardware_, output, audio::kDeviceUID);
   const auto format = readValue<AudioStreamFormat>(hardware_, output, audio::kStreamFormat);
   if (!isStereoFloat(format)) {
@@ -108,7 +109,7 @@ void ProcessAudioRoute::build(AudioObjectID output, const UuidSource& makeUuid) 
 
   checkAudio(hardware_,
              hardware_.createAggregateDevice(describeAggregate(uid, tap.uuid, makeUuid()), device_));
-  checkAudio(hardware_, hardware_.createIOProc(device_, makeIOBlock(buffer_.pointer()), io_));
+  checkAudio(hardware_, hardware_.createIOProc(device_, makeIOBlock(buffer_.pointer(), silence), io_));
   checkAudio(hardware_, hardware_.startDevice(device_, io_));
 }
 
@@ -133,13 +134,22 @@ void ProcessAudioRoute::setGain(double gain) {
   MonitorGainSet(buffer_.pointer(), static_cast<float>(gain));
 }
 
-void ProcessAudioRoute::observe(bool mayBeSilent, double now) {
+void ProcessAudioRoute::observe(bool reportsOutput, double now) {
   const std::uint64_t frames = MonitorGainFrames(buffer_.pointer());
   if (frames != lastFrames_) {
     lastFrames_ = frames;
     lastActivity_ = now;
   }
-  if (mayBeSilent) lastActivity_ = now;
+  if (!reportsOutput) lastActivity_ = now;
+  noteOutput(reportsOutput, now);
+}
+
+void ProcessAudioRoute::noteOutput(bool reportsOutput, double now) {
+  if (!reportsOutput) {
+    outputSince_.reset();
+  } else if (!outputSince_) {
+    outputSince_ = now;
+  }
 }
 
 }  // namespace monitor

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "MonitorAudioEngine/ProcessAudioRoute.h"
+#include "MonitorAudioEngine/SilenceWatch.h"
 #include "MonitorCore/Ports/ApplicationBundles.h"
 #include "MonitorCore/Ports/AudioHardware.h"
 #include "MonitorCore/Ports/ProcessTable.h"
@@ -21,6 +22,8 @@ struct AudioServicePorts {
   ApplicationBundles& bundles;
   const SystemInformation& system;
   UuidSource makeUuid;
+  // Where a denied permission gives silence instead of an error; null elsewhere.
+  SilenceWatch* silence = nullptr;
 };
 
 }  // namespace monitor

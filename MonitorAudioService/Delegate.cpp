@@ -17,7 +17,7 @@ std::shared_ptr<AudioSession> makeSession(const AudioServicePorts& ports) {
   try {
     return std::make_shared<AudioSession>(AudioRouterPorts{ports.hardware.openView(), ports.queues,
                                                            ports.clock, ports.processes, ports.bundles,
-                                                           ports.system, ports.makeUuid});
+                                                           ports.system, ports.makeUuid, ports.silence});
   } catch (const std::system_error&) {
     return nullptr;
   }

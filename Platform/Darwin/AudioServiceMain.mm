@@ -30,8 +30,10 @@ int main() {
   static const auto processes = makeProcessTable();
   static const auto bundles = makeApplicationBundles();
   static const auto system = makeSystemInformation();
+  // A denied permission is silence here, not an error.
+  static monitor::SilenceWatch silence;
   return monitor::runService(
-      service, {*hardware, *queues, *clock, *processes, *bundles, *system, randomUuid},
+      service, {*hardware, *queues, *clock, *processes, *bundles, *system, randomUuid, &silence},
       []() -> std::shared_ptr<monitor::ServiceListener<monitor::MonitorAudioProtocol>> {
         return makeAudioServiceListener();
       });

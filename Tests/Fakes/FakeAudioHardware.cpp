@@ -422,13 +422,15 @@ std::optional<StereoBlock> FakeAudioHardware::runCycle(AudioObjectID device, Ste
 
 void FakeAudioHardware::runCycles(std::size_t frames) {
   const std::lock_guard lock(mutex_);
-  std::vector<AudioObjectID> devices;
+  std::map<AudioObjectID, float> levels;  // by device
   for (const auto& [process, entry] : processes_) {
     const AudioObjectID device = entry.running ? routeOf(process) : 0;
-    if (device != 0 && std::count(devices.begin(), devices.end(), device) == 0) devices.push_back(device);
+    if (device == 0) continue;
+    float& level = levels[device];
+    if (!entry.silent && !permissionDenied) level = 1.0F;
   }
-  for (const AudioObjectID device : devices) {
-    (void)runCycle(device, StereoBlock{std::vector<float>(frames, 1.0F), std::vector<float>(frames, 1.0F)});
+  for (const auto& [device, level] : levels) {
+    (void)runCycle(device, StereoBlock{std::vector<float>(frames, level), std::vector<float>(frames, level)});
   }
 }
 

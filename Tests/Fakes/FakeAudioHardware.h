@@ -44,6 +44,7 @@ class FakeAudioHardware final : public AudioHardwareProvider {
     AudioStatus runningStatus = 0;
     AudioStatus bundleStatus = 0;
     AudioStatus tapStatus = 0;  // what tapping the process returns
+    bool silent = false;        // produces zeros while it runs
   };
   struct Device {
     std::optional<std::string> uid;
@@ -89,6 +90,7 @@ class FakeAudioHardware final : public AudioHardwareProvider {
   // and devices have new ids and the listeners of the process list and of the default output run once.
   void loseServer();
   void returnServer();
+  bool permissionDenied = false;                       // taps deliver zeros, without any error
   std::optional<AudioStreamFormat> tapFormat;          // of taps made from now on, instead of the device's
   std::optional<std::uint32_t> announcedListSize;      // what the size query of the process list answers
   std::function<void(const std::string&)> beforeCall;  // runs before each call of a view, outside of the lock
@@ -145,7 +147,8 @@ class FakeAudioHardware final : public AudioHardwareProvider {
   bool runCycle(AudioObjectID device, const MonitorAudioBufferList* input, MonitorAudioBufferList* output);
   // The same with two buffers of one channel each. Nothing when none runs.
   std::optional<StereoBlock> runCycle(AudioObjectID device, StereoBlock input);
-  // One cycle of ones on every aggregate device that has a running procedure and a running process.
+  // One cycle of ones, or of zeros where only zeros are to be heard, on every aggregate device that has a
+  // running procedure and a running process.
   void runCycles(std::size_t frames = 4);
 
  private:

@@ -263,18 +263,43 @@ TEST_F(ProcessAudioRouteTest, WithoutMemoryForTheGainStateNoAudioCallIsMade) {
   EXPECT_THAT(hardware_.calls(), IsEmpty());
 }
 
-TEST_F(ProcessAudioRouteTest, IsActiveWhenItRenderedOrMayBeSilent) {
+TEST_F(ProcessAudioRouteTest, IsActiveWhenItRenderedOrItsProgramReportsNoOutput) {
   const auto route = make();
   EXPECT_EQ(route->lastActivity(), kNow);
-  route->observe(false, kNow + 1.0);
+  route->observe(true, kNow + 1.0);
   EXPECT_EQ(route->lastActivity(), kNow) << "nothing was rendered";
   hardware_.runCycles();
-  route->observe(false, kNow + 2.0);
+  route->observe(true, kNow + 2.0);
   EXPECT_EQ(route->lastActivity(), kNow + 2.0);
-  route->observe(false, kNow + 3.0);
+  route->observe(true, kNow + 3.0);
   EXPECT_EQ(route->lastActivity(), kNow + 2.0) << "the same count again";
-  route->observe(true, kNow + 4.0);
+  route->observe(false, kNow + 4.0);
   EXPECT_EQ(route->lastActivity(), kNow + 4.0);
+}
+
+TEST_F(ProcessAudioRouteTest, CountsTheSecondsOfUnbrokenOutput) {
+  const auto route = make();
+  EXPECT_EQ(route->outputSeconds(kNow + 1.0), 0.0) << "nobody said that the program reports output";
+  route->noteOutput(true, kNow + 1.0);
+  EXPECT_EQ(route->outputSeconds(kNow + 1.0), 0.0);
+  route->observe(true, kNow + 3.0);
+  EXPECT_EQ(route->outputSeconds(kNow + 4.0), 3.0) << "from the first time on";
+  route->noteOutput(false, kNow + 5.0);
+  EXPECT_EQ(route->outputSeconds(kNow + 6.0), 0.0);
+  route->observe(true, kNow + 7.0);
+  EXPECT_EQ(route->outputSeconds(kNow + 9.0), 2.0);
+  route->observe(false, kNow + 9.0);
+  EXPECT_EQ(route->outputSeconds(kNow + 9.0), 0.0);
+}
+
+TEST_F(ProcessAudioRouteTest, LetsTheSilenceWatchHearWhatItHears) {
+  SilenceWatch silence;
+  const ProcessAudioRoute route(
+      *view_, kKeys, {process_}, hardware_.defaultOutput(), [] { return "uuid"; }, kNow, &silence);
+  (void)hardware_.runCycle(device(), StereoBlock{{0.0F}, {0.0F}});
+  EXPECT_FALSE(silence.heardSound());
+  EXPECT_EQ(hardware_.runCycle(device(), StereoBlock{{0.0F}, {0.5F}}), (StereoBlock{{0.0F}, {0.5F}}));
+  EXPECT_TRUE(silence.heardSound());
 }
 
 TEST_F(ProcessAudioRouteTest, FailsWhenTheBuffersDoNotFit) {

@@ -39,9 +39,10 @@ struct RouterWorld {
   fakes::FakeApplicationBundles bundles;
   fakes::FakeSystemInformation system;
   int uuids = 0;
+  SilenceWatch* const silence;  // of all routers here; null is the rule turned off
   std::shared_ptr<AudioRouter> router;
 
-  RouterWorld() {
+  explicit RouterWorld(SilenceWatch* watch = nullptr) : silence(watch) {
     system.process = kOwnPid;
     system.user = kUser;
     router = makeRouter();
@@ -57,7 +58,7 @@ struct RouterWorld {
 
   std::shared_ptr<AudioRouter> makeRouter() {
     return AudioRouter::make({hardware.openView(), queues, clock, processes, bundles, system,
-                              [this] { return "uuid-" + std::to_string(++uuids); }});
+                              [this] { return "uuid-" + std::to_string(++uuids); }, silence});
   }
 
   // A program starts and uses audio. Its process object.

@@ -171,6 +171,41 @@ TEST_F(DelegateTest, StoppingOneClientLeavesTheOthersRoutes) {
   EXPECT_EQ(world_.level(813), 0.6F);
 }
 
+TEST_F(DelegateTest, WhatOneClientHearsAnotherOneCountsAsHeardByTheService) {
+  SilenceWatch silence;
+  world_.silence = &silence;
+  world_.run();
+  TestClient first(world_);
+  TestClient second(world_);
+  world_.play(812);
+  world_.hardware.process(world_.play(813)).silent = true;
+  EXPECT_EQ(first.setGain(0.4, 812).error, std::nullopt);
+  EXPECT_EQ(second.setGain(0.6, 813).error, std::nullopt);
+  for (int passed = 0; passed < 20; ++passed) {
+    world_.hardware.runCycles();
+    EXPECT_EQ(second.list().message, std::nullopt);
+    world_.time.advance(1.0);
+  }
+  EXPECT_NE(world_.hardware.routeOf(world_.hardware.processOf(813)), 0U);
+}
+
+TEST_F(DelegateTest, TheClientOfAServiceThatHearsOnlySilenceIsToldSo) {
+  SilenceWatch silence;
+  world_.silence = &silence;
+  world_.hardware.permissionDenied = true;
+  world_.run();
+  TestClient client(world_);
+  world_.play(812);
+  EXPECT_EQ(client.setGain(0.4, 812).error, std::nullopt);
+  for (int passed = 0; passed < 10; ++passed) {
+    world_.hardware.runCycles();
+    EXPECT_EQ(client.list().message, std::nullopt) << passed;
+    world_.time.advance(1.0);
+  }
+  EXPECT_EQ(client.list().message, AudioRouter::kOnlySilenceText);
+  EXPECT_TRUE(world_.hardware.isClean());
+}
+
 TEST_F(DelegateTest, AThousandClientsThatLeaveAfterOneCallLeaveNothing) {
   world_.run();
   world_.play(812);

@@ -32,6 +32,7 @@ struct ServiceWorld {
   fakes::FakeApplicationBundles bundles;
   fakes::FakeSystemInformation system;
   int uuids = 0;
+  SilenceWatch* silence = nullptr;  // null is the rule turned off
   std::shared_ptr<fakes::FakeServiceConnections<MonitorAudioProtocol>> connections =
       std::make_shared<fakes::FakeServiceConnections<MonitorAudioProtocol>>(time.makeQueue("transport"));
   AudioService service;
@@ -52,7 +53,8 @@ struct ServiceWorld {
             processes,
             bundles,
             system,
-            [this] { return "uuid-" + std::to_string(++uuids); }};
+            [this] { return "uuid-" + std::to_string(++uuids); },
+            silence};
   }
   int run() {
     return runService(service, ports(), [this] { return connections; });
