@@ -227,24 +227,30 @@ std::optional<ProcessSample> NativeMonitorCollector::readProcess(std::int32_t pi
   sample.key = info->key;
   sample.parentPID = info->parent;
   sample.owner = info->owner;
-  sample.executable = executable(ports_.processes, pid);
-  const Identity& known = identity(pid, sample.executable);
-  sample.name = known.name.empty() ? "Process " + std::to_string(pid) : known.name;
-  sample.bundleID = known.bundleID;
+  Known& known = processRates_[info->key];
+  if (known.pass == 0 || ports_.processes.mayHaveNewIdentity(pid)) identify(pid, known);
+  known.pass = pass_;
+  sample.executable = known.executable;
+  sample.name = known.identity.name;
+  sample.bundleID = known.identity.bundleID;
 
-  ProcessRates& rates = processRates_[info->key];
-  rates.pass = pass_;
-  if (const auto rate = rates.cpu.sample(usage->cpuTime, uptime)) {
+  if (const auto rate = known.cpu.sample(usage->cpuTime, uptime)) {
     sample.cpu = cpuPercent(*rate, ports_.processes.cpuTimeUnitNanoseconds());
   }
-  if (usage->diskRead) sample.diskRead = rates.diskRead.sample(*usage->diskRead, uptime);
-  if (usage->diskWritten) sample.diskWrite = rates.diskWrite.sample(*usage->diskWritten, uptime);
+  if (usage->diskRead) sample.diskRead = known.diskRead.sample(*usage->diskRead, uptime);
+  if (usage->diskWritten) sample.diskWrite = known.diskWrite.sample(*usage->diskWritten, uptime);
   sample.memory = usage->memory;
   if (includeProjects) {
     sample.ports = ports_.processes.listeningPorts(pid);
     if (!sample.ports.empty()) sample.directory = ports_.processes.workingDirectory(pid);
   }
   return sample;
+}
+
+void NativeMonitorCollector::identify(std::int32_t pid, Known& known) {
+  known.executable = executable(ports_.processes, pid);
+  known.identity = identity(pid, known.executable);
+  if (known.identity.name.empty()) known.identity.name = "Process " + std::to_string(pid);
 }
 
 const NativeMonitorCollector::Identity& NativeMonitorCollector::identity(std::int32_t pid,

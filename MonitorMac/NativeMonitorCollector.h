@@ -65,15 +65,18 @@ class NativeMonitorCollector {
   }
 
  private:
-  struct ProcessRates {
-    CounterRate cpu;
-    CounterRate diskRead;
-    CounterRate diskWrite;
-    std::uint64_t pass = 0;  // the last pass that saw the process
-  };
   struct Identity {
     std::string name;
     std::optional<std::string> bundleID;
+  };
+  // What is remembered of a process as long as every pass sees it.
+  struct Known {
+    CounterRate cpu;
+    CounterRate diskRead;
+    CounterRate diskWrite;
+    std::uint64_t pass = 0;  // the last pass that saw the process; 0 for none
+    std::string executable;
+    Identity identity;
   };
   struct Listing {
     std::vector<ProcessSample> processes;
@@ -91,6 +94,7 @@ class NativeMonitorCollector {
   [[nodiscard]] Listing readProcesses(double uptime, bool includeProjects);
   [[nodiscard]] std::optional<ProcessSample> readProcess(std::int32_t pid, double uptime,
                                                          bool includeProjects, std::int64_t& restricted);
+  void identify(std::int32_t pid, Known& known);
   [[nodiscard]] const Identity& identity(std::int32_t pid, const std::string& executable);
   void refreshAccessories();
 
@@ -100,7 +104,7 @@ class NativeMonitorCollector {
   std::optional<double> previousUptime_;
   InterfaceRates network_;
   InterfaceRates diskIO_;
-  std::unordered_map<ProcessKey, ProcessRates> processRates_;
+  std::unordered_map<ProcessKey, Known> processRates_;
   std::unordered_map<std::string, Identity> identities_;
   std::set<std::string> physicalInterfaces_;
   double lastInterfaces_ = -std::numeric_limits<double>::infinity();

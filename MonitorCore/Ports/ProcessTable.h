@@ -18,14 +18,14 @@ struct ProcessRecord {
 
 // Ever-growing counters of one process.
 struct ProcessUsage {
-  std::uint64_t cpuTime = 0;  // user + system, in units of cpuTimeUnitNanoseconds()
-  std::uint64_t memory = 0;   // footprint in bytes
+  std::uint64_t cpuTime = 0;                 // user + system, in units of cpuTimeUnitNanoseconds()
+  std::uint64_t memory = 0;                  // footprint in bytes
   std::optional<std::uint64_t> diskRead;     // bytes; absent where the kernel refuses
   std::optional<std::uint64_t> diskWritten;  // bytes
 };
 
-// The kernel's process table. Reads are synchronous; a process that ended, or may not be read, is absent. One caller
-// at a time unless the adapter says otherwise.
+// The kernel's process table. Reads are synchronous; a process that ended, or may not be read, is absent. One
+// caller at a time unless the adapter says otherwise.
 class ProcessTable {
  public:
   virtual ~ProcessTable() = default;
@@ -39,6 +39,9 @@ class ProcessTable {
   // Distinct listening TCP ports, ascending.
   [[nodiscard]] virtual std::vector<std::int64_t> listeningPorts(std::int32_t pid) = 0;
   [[nodiscard]] virtual std::optional<std::string> workingDirectory(std::int32_t pid) = 0;
+  // Whether the process may be another program, or belong to another application, than it did before the last
+  // allPids(). A table that does not keep track says yes.
+  [[nodiscard]] virtual bool mayHaveNewIdentity([[maybe_unused]] std::int32_t pid) { return true; }
 };
 
 }  // namespace monitor

@@ -25,6 +25,7 @@ struct FakeProcessTable final : ProcessTable {
 
   std::map<std::int32_t, Process> processes;
   double cpuTimeUnit = 1.0;
+  bool identitiesMayChange = true;
   std::atomic<int> recordReads = 0;  // routers read on several threads
   std::atomic<int> executableReads = 0;
 
@@ -68,6 +69,7 @@ struct FakeProcessTable final : ProcessTable {
     const Process* process = find(pid);
     return process != nullptr ? process->directory : std::nullopt;
   }
+  bool mayHaveNewIdentity(std::int32_t) override { return identitiesMayChange; }
 
  private:
   [[nodiscard]] const Process* find(std::int32_t pid) const {

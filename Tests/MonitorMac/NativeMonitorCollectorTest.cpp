@@ -383,6 +383,28 @@ TEST_F(NativeMonitorCollectorTest, IdentitiesAreLookedUpOncePerKey) {
   EXPECT_EQ(bundles.lookups, 1);
 }
 
+TEST_F(NativeMonitorCollectorTest, IdentityThatCannotHaveChangedIsNotAskedForAgain) {
+  addProcess(812);
+  (void)sample();
+  const int reads = processes.executableReads;
+  processes.identitiesMayChange = false;
+  processes.processes.at(812).executable = "/usr/bin/other";
+  EXPECT_EQ(sampleAfter(1.0).apps.at(0).name, "tool");
+  EXPECT_EQ(processes.executableReads, reads);
+  processes.identitiesMayChange = true;
+  EXPECT_EQ(sampleAfter(1.0).apps.at(0).name, "other");
+}
+
+TEST_F(NativeMonitorCollectorTest, ProcessThatIsSeenForTheFirstTimeIsAlwaysIdentified) {
+  processes.identitiesMayChange = false;
+  addProcess(812);
+  EXPECT_EQ(sample().apps.at(0).name, "tool");
+  collector.reset();
+  EXPECT_EQ(sampleAfter(1.0).apps.at(0).name, "tool");
+  processes.add({812, kStart + 7}, "/usr/bin/next").usage = ProcessUsage{0, 1'000, 0, 0};
+  EXPECT_EQ(sampleAfter(1.0).apps.at(0).name, "next");
+}
+
 TEST_F(NativeMonitorCollectorTest, TwoProgramsOfOneInterpreterStayTwo) {
   addProcess(1, "/usr/bin/interpreter");
   addProcess(2, "/usr/bin/interpreter");

@@ -19,6 +19,8 @@ class FileDescriptor {
 
   [[nodiscard]] int get() const { return fd_; }
   [[nodiscard]] bool valid() const { return fd_ >= 0; }
+  // Leaves the descriptor to somebody else.
+  void release() { fd_ = -1; }
 
  private:
   int fd_;

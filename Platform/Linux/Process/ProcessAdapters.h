@@ -12,6 +12,11 @@ namespace monitor::platform {
 // process's start. Thread-safe.
 [[nodiscard]] std::shared_ptr<ProcessTable> makeProcessTable();
 
+// This user's processes, for a sampler that asks for all of them again and again: what did not run is not
+// read again. Keeps up to one descriptor open for every process, for which it raises this program's soft
+// limit of open files up to the hard one. One caller at a time.
+[[nodiscard]] std::shared_ptr<ProcessTable> makeSampledProcessTable();
+
 // The applications of this desktop, for the user and the language of this process. Reads the environment.
 // Thread-safe.
 [[nodiscard]] std::shared_ptr<ApplicationBundles> makeApplicationBundles();

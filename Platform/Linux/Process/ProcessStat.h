@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -16,6 +17,10 @@ struct ProcessStat {
   std::uint64_t systemTicks = 0;
   std::int64_t threads = 0;
   std::uint64_t startTicks = 0;  // since boot
+  std::uint64_t residentPages = 0;
+  // A mark of the program: its name and where it lies in memory, both of which change with the next program
+  // that the process starts in its place. Where the kernel hides the places only the name counts.
+  std::size_t program = 0;
 
   // Nothing but an entry that waits for the parent. A process whose first thread ended before the others
   // looks like one, but still has several threads.

@@ -10,6 +10,7 @@
 
 #include "MonitorCore/Ports/ProcessTable.h"
 #include "Platform/Linux/Process/BootTime.h"
+#include "Platform/Linux/Process/ProcessFigures.h"
 
 namespace monitor::platform {
 
@@ -25,8 +26,8 @@ class ProcfsProcessTable final : public ProcessTable {
   // Also notes whether the machine has anything in its swap, for the pass that begins with it.
   std::vector<std::int32_t> allPids() override;
   std::optional<ProcessRecord> record(std::int32_t pid) override;
-  // Without the mark of an executable that was deleted or replaced since. Where the link may not be read, the
-  // kernel's name of the command.
+  // Without the mark of an executable that was deleted or replaced since. Where the link cannot be read, the
+  // kernel's name of the command: of kernel threads, and of programs that hide what they are.
   std::string executablePath(std::int32_t pid) override;
   // Memory is resident and not shared, and what of it is in the swap. Refused I/O counters leave the two
   // absent.
@@ -38,13 +39,11 @@ class ProcfsProcessTable final : public ProcessTable {
 
  private:
   [[nodiscard]] std::string path(std::int32_t pid, const char* name) const;
-  [[nodiscard]] std::optional<std::uint64_t> memory(std::int32_t pid) const;
   [[nodiscard]] bool readSwapUse() const;
 
   std::string root_;
   std::shared_ptr<BootTime> bootTime_;
-  std::uint64_t ticksPerSecond_;
-  std::uint64_t pageBytes_;
+  KernelUnits units_;
   std::atomic<bool> swapInUse_{false};
 };
 

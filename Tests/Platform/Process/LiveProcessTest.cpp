@@ -29,6 +29,8 @@ namespace {
 // Children that wait to be ended.
 class LiveProcesses {
  public:
+  explicit LiveProcesses(std::shared_ptr<ProcessTable> table = platform::makeProcessTable())
+      : table_(std::move(table)) {}
   ProcessTable& table() { return *table_; }
   std::int32_t start() {
     const pid_t pid = ::fork();
@@ -52,14 +54,20 @@ class LiveProcesses {
   static std::int32_t parent() { return ::getpid(); }
 
  private:
-  std::shared_ptr<ProcessTable> table_ = platform::makeProcessTable();
+  std::shared_ptr<ProcessTable> table_;
   std::vector<pid_t> children_;
+};
+
+class LiveSampledProcesses : public LiveProcesses {
+ public:
+  LiveSampledProcesses() : LiveProcesses(platform::makeSampledProcessTable()) {}
 };
 
 }  // namespace
 
 namespace contract {
 INSTANTIATE_TYPED_TEST_SUITE_P(Live, ProcessTableContract, LiveProcesses);
+INSTANTIATE_TYPED_TEST_SUITE_P(LiveSampled, ProcessTableContract, LiveSampledProcesses);
 }  // namespace contract
 
 namespace {
@@ -186,19 +194,94 @@ TEST(LiveProcessTest, OwnUsageGrowsWithWork) {
   EXPECT_LT(seconds, 1.0);
 }
 
-TEST(LiveProcessTest, OwnListeningPortIsFound) {
-  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  ASSERT_GE(listener, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  ASSERT_EQ(::listen(listener, 1), 0);
-  socklen_t length = sizeof address;
-  ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
-  const std::vector<std::int64_t> ports = makeProcessTable()->listeningPorts(::getpid());
-  EXPECT_NE(std::find(ports.begin(), ports.end(), ntohs(address.sin_port)), ports.end());
-  ::close(listener);
+// A listening socket on a port that the kernel chose.
+class Listener {
+ public:
+  explicit Listener(int family) : socket_(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in6 address{};  // unspecified, of both families
+    address.sin6_family = static_cast<sa_family_t>(family);
+    socklen_t length = family == AF_INET ? sizeof(sockaddr_in) : sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    if (::bind(socket_.get(), generic, length) != 0 || ::listen(socket_.get(), 1) != 0) return;
+    if (::getsockname(socket_.get(), generic, &length) == 0) port_ = ntohs(address.sin6_port);
+  }
+  // 0 when this machine does not have the family.
+  [[nodiscard]] std::int64_t port() const { return port_; }
+
+ private:
+  platform::FileDescriptor socket_;
+  std::int64_t port_ = 0;
+};
+
+class LiveListenerTest : public testing::TestWithParam<int> {};
+
+TEST_P(LiveListenerTest, IsFoundByBothTablesUntilItIsClosed) {
+  auto listener = std::make_unique<Listener>(GetParam());
+  const std::int64_t port = listener->port();
+  if (port == 0) GTEST_SKIP() << "this machine has no sockets of family " << GetParam();
+  const auto sampled = platform::makeSampledProcessTable();
+  for (const auto& table : {makeProcessTable(), sampled}) {
+    (void)table->allPids();
+    const std::vector<std::int64_t> ports = table->listeningPorts(::getpid());
+    EXPECT_NE(std::find(ports.begin(), ports.end(), port), ports.end());
+  }
+  listener.reset();
+  (void)sampled->allPids();
+  const std::vector<std::int64_t> ports = sampled->listeningPorts(::getpid());
+  EXPECT_EQ(std::find(ports.begin(), ports.end(), port), ports.end());
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, LiveListenerTest, testing::Values(AF_INET, AF_INET6));
+
+TEST(LiveProcessTest, SampledTableSaysTheSameAsThePlainOne) {
+  const auto plain = makeProcessTable();
+  const auto sampled = platform::makeSampledProcessTable();
+  LiveProcesses children(sampled);
+  const std::int32_t child = children.start();  // waits, and so does not change
+  for (int pass = 0; pass < 3; ++pass) {
+    (void)plain->allPids();
+    (void)sampled->allPids();
+    const auto record = sampled->record(child);
+    const auto expected = plain->record(child);
+    ASSERT_TRUE(record && expected);
+    EXPECT_EQ(record->startSeconds, expected->startSeconds);
+    EXPECT_EQ(record->startMicroseconds, expected->startMicroseconds);
+    EXPECT_EQ(record->parent, expected->parent);
+    EXPECT_EQ(record->owner, expected->owner);
+  }
+}
+
+TEST(LiveProcessTest, SampledTableSeesAnIdleProcessWorkAgain) {
+  const auto table = platform::makeSampledProcessTable();
+  int go[2];
+  int done[2];
+  ASSERT_EQ(::pipe(go), 0);
+  ASSERT_EQ(::pipe(done), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    char byte = 0;
+    (void)!::read(go[0], &byte, 1);
+    const std::clock_t begin = std::clock();
+    while (std::clock() - begin < CLOCKS_PER_SEC / 10) {
+    }
+    (void)!::write(done[1], "x", 1);
+    ::pause();
+  }
+  ASSERT_GT(child, 0);
+  for (int pass = 0; pass < 3; ++pass) (void)table->allPids();
+  const auto before = table->usage(child);
+  ASSERT_EQ(::write(go[1], "x", 1), 1);
+  char byte = 0;
+  ASSERT_EQ(::read(done[0], &byte, 1), 1);
+  (void)table->allPids();
+  const auto after = table->usage(child);
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  for (const int end : {go[0], go[1], done[0], done[1]}) ::close(end);
+  ASSERT_TRUE(before && after);
+  EXPECT_GT(after->cpuTime, before->cpuTime);
+  (void)table->allPids();
+  EXPECT_FALSE(table->record(child)) << "it has ended";
 }
 
 TEST(LiveProcessTest, AllTablesOfAProgramAgreeOnStarts) {

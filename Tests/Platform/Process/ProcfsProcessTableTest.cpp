@@ -163,12 +163,21 @@ TEST_F(ProcfsProcessTableTest, MemoryNeverFallsBelowZero) {
   EXPECT_EQ(table.usage(42)->memory, 0U);
 }
 
-TEST_F(ProcfsProcessTableTest, MalformedMemoryMakesNoUsage) {
+TEST_F(ProcfsProcessTableTest, WithoutMemoryFiguresItIsWhatIsResident) {
   tree.process(42);
+  const std::uint64_t resident = 200U * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+  ASSERT_TRUE(table.usage(42));
+  EXPECT_EQ(table.usage(42)->memory, resident);
   for (const std::string statm : {"", "1", "1 2", "1 x 3", "\n"}) {
     tree.file(ProcTree::name(42, "statm"), statm);
-    EXPECT_FALSE(table.usage(42)) << statm;
+    ASSERT_TRUE(table.usage(42)) << statm;
+    EXPECT_EQ(table.usage(42)->memory, resident) << statm;
   }
+}
+
+TEST_F(ProcfsProcessTableTest, KernelThreadHasTheKernelsName) {
+  tree.process(42, {.command = "kthreadd", .parent = 0});
+  EXPECT_EQ(table.executablePath(42), "kthreadd");
 }
 
 TEST_F(ProcfsProcessTableTest, SwappedMemoryCountsWhileTheSwapIsInUse) {

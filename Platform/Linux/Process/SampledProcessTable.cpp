@@ -1,0 +1,292 @@
+// SPDX-License-Identifier: MIT
+#include "Platform/Linux/Process/SampledProcessTable.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+#include <string_view>
+#include <utility>
+
+#include "Platform/Linux/Process/ProcessStat.h"
+
+namespace monitor::platform {
+namespace {
+
+// Seconds. Listed anyway, for what takes a pid of its choice when it is restored.
+constexpr double kListingPeriod = 10.0;
+// A process has its pid a little before it can be seen: after a change one more pass lists them.
+constexpr int kQuietPassesNeeded = 2;
+// Seconds between two checks of a process that did not run, each with a period of its own so that they spread
+// out.
+constexpr double kShortestPeriod = 240.0;
+constexpr std::int32_t kPeriods = 61;
+
+using StatBuffer = std::array<char, 4096>;
+using FigureBuffer = std::array<char, 1024>;
+using StatusBuffer = std::array<char, 64U << 10U>;
+
+// The last word of loadavg: the pid that was given last, of a thread or of a process.
+std::optional<std::string_view> lastPidIn(std::string_view loadavg) {
+  loadavg = loadavg.substr(0, loadavg.find('\n'));
+  const std::size_t blank = loadavg.rfind(' ');
+  if (blank == std::string_view::npos) return std::nullopt;
+  return loadavg.substr(blank + 1);
+}
+
+// Kernels that do not count say "0 0 0", and so does one that counts for a process that never ran yet.
+bool countsRuns(std::string_view schedstat) {
+  return !schedstat.empty() && !schedstat.starts_with("0 ");
+}
+
+}  // namespace
+
+SampledProcessTable::SampledProcessTable(Settings settings, std::shared_ptr<BootTime> bootTime,
+                                         std::shared_ptr<const Clock> uptime)
+    : settings_(std::move(settings)),
+      bootTime_(std::move(bootTime)),
+      uptime_(std::move(uptime)),
+      units_(kernelUnits()),
+      plain_(settings_.root, bootTime_),
+      proc_(settings_.root),
+      ports_(proc_, settings_.root, settings_.listeners) {}
+
+std::vector<std::int32_t> SampledProcessTable::allPids() {
+  beginPass();
+  const bool listing = processesMayBeNew();
+  if (listing) {
+    pids_ = proc_.pids();
+    lastListing_ = now_;
+  }
+  for (const std::int32_t pid : pids_) {
+    if (Process* process = find(pid)) look(pid, *process);
+  }
+  if (listing) {
+    forgetUnlisted();
+  } else {
+    for (const std::int32_t pid : ended_) std::erase(pids_, pid);
+  }
+  rereadOrphans();
+  return pids_;
+}
+
+void SampledProcessTable::beginPass() {
+  ++pass_;
+  now_ = uptime_->now();
+  ports_.beginPass();
+  FigureBuffer buffer;  // the figures of the swap are among the first
+  const auto memory = proc_.beginning("meminfo", buffer);
+  swapInUse_ = memory && isSwapInUse(*memory);
+}
+
+bool SampledProcessTable::processesMayBeNew() {
+  FigureBuffer buffer;
+  const auto text = proc_.read("loadavg", buffer);
+  const auto lastPid = text ? lastPidIn(*text) : std::nullopt;
+  quietPasses_ = lastPid && *lastPid == lastPid_ ? std::min(quietPasses_ + 1, kQuietPassesNeeded) : 0;
+  lastPid_ = lastPid.value_or(std::string_view());
+  return quietPasses_ < kQuietPassesNeeded || now_ - lastListing_ >= kListingPeriod || now_ < lastListing_;
+}
+
+void SampledProcessTable::forgetUnlisted() {
+  std::vector<std::int32_t> unlisted;
+  for (const auto& [pid, process] : processes_) {
+    if (process.pass != pass_) unlisted.push_back(pid);
+  }
+  for (const std::int32_t pid : unlisted) forget(pid);
+}
+
+void SampledProcessTable::rereadOrphans() {
+  if (ended_.empty()) return;
+  const std::set<std::int32_t> ended(ended_.begin(), ended_.end());
+  for (auto& [pid, process] : processes_) {
+    if (ended.contains(static_cast<std::int32_t>(process.record.parent))) process.read = false;
+  }
+  ended_.clear();
+}
+
+void SampledProcessTable::look(std::int32_t pid, Process& process) {
+  process.pass = pass_;
+  process.newIdentity = false;
+  const Activity activity = activityOf(pid, process);
+  if (activity == Activity::Ended) {
+    forget(pid);
+    return;
+  }
+  if (activity == Activity::Ran) {
+    process.read = false;
+    process.sockets.ran = true;
+  }
+  if (now_ >= process.nextCheck) {
+    process.read = false;
+    process.newIdentity = true;
+    process.sockets.becomeDue();
+    process.nextCheck = nextCheck(pid, process);
+  }
+}
+
+SampledProcessTable::Activity SampledProcessTable::activityOf(std::int32_t pid, Process& process) const {
+  // The file is the first thread's alone.
+  if (process.threads != 1) return Activity::Ran;
+  Schedule now;
+  const auto text =
+      process.schedstat ? readAgain(*process.schedstat, now.text) : proc_.read(pid, "schedstat", now.text);
+  if (!text) return process.schedstat && errno == ESRCH ? Activity::Ended : Activity::Ran;
+  now.size = text->size();
+  const std::string_view before(process.schedule.text.data(), process.schedule.size);
+  const bool idle = *text == before && countsRuns(*text);
+  if (!idle) process.schedule = now;
+  return idle ? Activity::Idle : Activity::Ran;
+}
+
+SampledProcessTable::Process* SampledProcessTable::find(std::int32_t pid) {
+  if (foundPid_ == pid) return found_;
+  const auto entry = processes_.find(pid);
+  if (entry == processes_.end()) return nullptr;
+  foundPid_ = pid;
+  found_ = &entry->second;
+  return found_;
+}
+
+SampledProcessTable::Process* SampledProcessTable::current(std::int32_t pid) {
+  Process* process = find(pid);
+  if (process == nullptr) return admit(pid);
+  if (process->read) return process;
+  const Outcome outcome = readAll(pid, *process);
+  if (outcome == Outcome::Read) {
+    if (process->threads != 1) unwatch(*process);
+    return process;
+  }
+  forget(pid);
+  return outcome == Outcome::Other ? admit(pid) : nullptr;
+}
+
+SampledProcessTable::Process* SampledProcessTable::admit(std::int32_t pid) {
+  if (proc_.owner(pid) != settings_.owner) return nullptr;
+  Process& process = processes_[pid];
+  process.pass = pass_;
+  watch(pid, process);
+  if (readAll(pid, process) != Outcome::Read) {
+    forget(pid);
+    return nullptr;
+  }
+  process.nextCheck = nextCheck(pid, process);
+  if (process.threads != 1) unwatch(process);
+  return &process;
+}
+
+void SampledProcessTable::watch(std::int32_t pid, Process& process) {
+  FileDescriptor file = proc_.open(pid, "schedstat");
+  if (!file.valid()) return;
+  if (const auto text = readAgain(file, process.schedule.text)) process.schedule.size = text->size();
+  if (kept_ >= settings_.keptDescriptors) return;
+  process.schedstat.emplace(std::move(file));
+  ++kept_;
+}
+
+void SampledProcessTable::unwatch(Process& process) {
+  if (!process.schedstat) return;
+  process.schedstat.reset();
+  --kept_;
+}
+
+void SampledProcessTable::forget(std::int32_t pid) {
+  const auto entry = processes_.find(pid);
+  if (entry == processes_.end()) return;
+  unwatch(entry->second);
+  processes_.erase(entry);
+  ended_.push_back(pid);
+  foundPid_ = 0;
+  found_ = nullptr;
+}
+
+SampledProcessTable::Outcome SampledProcessTable::readAll(std::int32_t pid, Process& process) const {
+  // Programs give up their user, so the owner is asked for every time.
+  const auto owner = proc_.owner(pid);
+  if (!owner) return Outcome::Ended;
+  if (*owner != settings_.owner) return Outcome::Other;
+  process.record.owner = *owner;
+  StatBuffer buffer;
+  const auto text = proc_.read(pid, "stat", buffer);
+  if (!text && errno != EACCES && errno != EPERM) return Outcome::Ended;
+  if (text) {
+    const auto stat = parseProcessStat(*text);
+    return stat && !stat->ended() ? take(pid, process, *stat) : Outcome::Ended;
+  }
+  process.record = {};
+  process.record.owner = *owner;
+  process.usage.reset();
+  process.threads = 0;
+  process.read = true;
+  return Outcome::Read;
+}
+
+SampledProcessTable::Outcome SampledProcessTable::take(std::int32_t pid, Process& process,
+                                                       const ProcessStat& stat) const {
+  const auto boot = bootTime_->seconds();
+  const auto record = boot ? recordOf(stat, settings_.owner, *boot, units_) : std::nullopt;
+  if (!record) return Outcome::Ended;
+  if (process.startTicks && *process.startTicks != stat.startTicks) return Outcome::Other;
+  if (process.startTicks && (process.program != stat.program || process.terminal != stat.terminal)) {
+    process.newIdentity = true;
+    process.sockets.forgetProgram();
+  }
+  FigureBuffer statm;
+  FigureBuffer io;
+  StatusBuffer status;
+  UsageTexts texts;
+  texts.statm = proc_.read(pid, "statm", statm);
+  texts.io = proc_.read(pid, "io", io);
+  if (swapInUse_) texts.status = proc_.read(pid, "status", status);
+  process.usage = usageOf(stat, texts, units_);
+  process.record = *record;
+  process.startTicks = stat.startTicks;
+  process.program = stat.program;
+  process.terminal = stat.terminal;
+  process.threads = stat.threads;
+  process.read = true;
+  return Outcome::Read;
+}
+
+double SampledProcessTable::nextCheck(std::int32_t pid, const Process& process) const {
+  const double started =
+      static_cast<double>(process.startTicks.value_or(0)) / static_cast<double>(units_.ticksPerSecond);
+  const double age = std::max(now_ - started, 0.0);
+  return now_ + std::min(age, kShortestPeriod + static_cast<double>(pid % kPeriods));
+}
+
+std::optional<ProcessRecord> SampledProcessTable::record(std::int32_t pid) {
+  const Process* process = current(pid);
+  if (process == nullptr) return std::nullopt;
+  return process->record;
+}
+
+std::optional<ProcessUsage> SampledProcessTable::usage(std::int32_t pid) {
+  const Process* process = current(pid);
+  if (process == nullptr) return std::nullopt;
+  return process->usage;
+}
+
+bool SampledProcessTable::mayHaveNewIdentity(std::int32_t pid) {
+  const Process* process = current(pid);
+  return process == nullptr || process->newIdentity;
+}
+
+std::string SampledProcessTable::executablePath(std::int32_t pid) {
+  return plain_.executablePath(pid);
+}
+
+double SampledProcessTable::cpuTimeUnitNanoseconds() const {
+  return plain_.cpuTimeUnitNanoseconds();
+}
+
+std::vector<std::int64_t> SampledProcessTable::listeningPorts(std::int32_t pid) {
+  Process* process = current(pid);
+  if (process == nullptr) return {};
+  return ports_.portsOf(pid, process->sockets);
+}
+
+std::optional<std::string> SampledProcessTable::workingDirectory(std::int32_t pid) {
+  return plain_.workingDirectory(pid);
+}
+
+}  // namespace monitor::platform
