@@ -130,4 +130,14 @@ std::vector<AppUsage> group(std::vector<ProcessSample> processes) {
   return sorted(std::move(rows));
 }
 
+std::vector<ProcessSample> processesOf(const std::vector<AppUsage>& apps) {
+  std::vector<ProcessSample> processes;
+  for (const AppUsage& app : apps) {
+    processes.insert(processes.end(), app.processes.begin(), app.processes.end());
+  }
+  std::stable_sort(processes.begin(), processes.end(),
+                   [](const auto& left, const auto& right) { return left.key.pid < right.key.pid; });
+  return processes;
+}
+
 }  // namespace monitor::AppAggregator

@@ -17,4 +17,7 @@ namespace monitor::AppAggregator {
 // of processes and not with how deep they nest. Pure; any thread.
 [[nodiscard]] std::vector<AppUsage> group(std::vector<ProcessSample> processes);
 
+// The processes of all rows, by pid: what the sample was made of.
+[[nodiscard]] std::vector<ProcessSample> processesOf(const std::vector<AppUsage>& apps);
+
 }  // namespace monitor::AppAggregator

@@ -20,28 +20,6 @@ std::optional<std::string> findText(const Reader& object, std::string_view key) 
   return text ? std::optional(text->string()) : std::nullopt;
 }
 
-Writer encodeProcess(const ProcessSample& process) {
-  Writer object = Writer::object();
-  object.set("key", json::encodeProcessKey(process.key));
-  object.set("parentPID", process.parentPID);
-  object.set("owner", process.owner);
-  object.set("name", process.name);
-  if (process.bundleID) object.set("bundleID", *process.bundleID);
-  object.set("executable", process.executable);
-  setRecorded(object, "cpu", process.cpu);
-  object.set("memory", process.memory);
-  setRecorded(object, "diskRead", process.diskRead);
-  setRecorded(object, "diskWrite", process.diskWrite);
-  setRecorded(object, "download", process.download);
-  setRecorded(object, "upload", process.upload);
-  setRecorded(object, "energy", process.energy);
-  if (process.directory) object.set("directory", *process.directory);
-  Writer ports = Writer::array();
-  for (const std::int64_t port : process.ports) ports.append(port);
-  object.set("ports", std::move(ports));
-  return object;
-}
-
 ProcessSample decodeProcess(const Reader& object) {
   ProcessSample process;
   process.key = json::decodeProcessKey(object.at("key"));
@@ -65,10 +43,36 @@ ProcessSample decodeProcess(const Reader& object) {
 
 }  // namespace
 
+json::Writer processObject(const ProcessSample& process) {
+  Writer object = Writer::object();
+  object.set("key", json::encodeProcessKey(process.key));
+  object.set("parentPID", process.parentPID);
+  object.set("owner", process.owner);
+  object.set("name", process.name);
+  if (process.bundleID) object.set("bundleID", *process.bundleID);
+  object.set("executable", process.executable);
+  setRecorded(object, "cpu", process.cpu);
+  object.set("memory", process.memory);
+  setRecorded(object, "diskRead", process.diskRead);
+  setRecorded(object, "diskWrite", process.diskWrite);
+  setRecorded(object, "download", process.download);
+  setRecorded(object, "upload", process.upload);
+  setRecorded(object, "energy", process.energy);
+  if (process.directory) object.set("directory", *process.directory);
+  Writer ports = Writer::array();
+  for (const std::int64_t port : process.ports) ports.append(port);
+  object.set("ports", std::move(ports));
+  return object;
+}
+
+json::Writer processList(const std::vector<ProcessSample>& processes) {
+  return json::encodeList(processes, processObject);
+}
+
 std::string encodeProcesses(const RecordedProcesses& sample) {
   Writer object = Writer::object();
   setRecorded(object, "timestamp", sample.timestamp.secondsSince2001);
-  object.set("processes", json::encodeList(sample.processes, encodeProcess));
+  object.set("processes", processList(sample.processes));
   return object.text();
 }
 

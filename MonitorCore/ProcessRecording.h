@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "MonitorCore/Date.h"
+#include "MonitorCore/Json/StrictJson.h"
 #include "MonitorCore/ProcessSample.h"
 
 // Recordings of processes: one JSON object a line, as docs/recording.md describes it.
@@ -17,6 +18,10 @@ struct RecordedProcesses {
   Date timestamp;
   std::vector<ProcessSample> processes;
 };
+
+// The object of one process, and the list of several, as a line holds it.
+[[nodiscard]] json::Writer processObject(const ProcessSample& process);
+[[nodiscard]] json::Writer processList(const std::vector<ProcessSample>& processes);
 
 // Without the line feed. Throws json::EncodeError where a text is not UTF-8.
 [[nodiscard]] std::string encodeProcesses(const RecordedProcesses& sample);

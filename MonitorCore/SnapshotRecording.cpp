@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "MonitorCore/SnapshotRecording.h"
 
+#include "MonitorCore/AppAggregator.h"
 #include "MonitorCore/Json/MetricCoding.h"
 #include "MonitorCore/Json/RecordCoding.h"
 #include "MonitorCore/Json/RecordedNumber.h"
+#include "MonitorCore/ProcessRecording.h"
 #include "MonitorCore/Recording.h"
 
 namespace monitor {
@@ -57,9 +59,7 @@ AccessoryBattery decodeAccessory(const Reader& object) {
   return {object.at("id").string(), object.at("name").string(), json::recordedNumber(object.at("percent"))};
 }
 
-}  // namespace
-
-std::string encodeSnapshot(const MonitorSnapshot& snapshot) {
+Writer snapshotObject(const MonitorSnapshot& snapshot) {
   Writer object = Writer::object();
   setRecorded(object, "timestamp", snapshot.timestamp.secondsSince2001);
   setRecorded(object, "uptime", snapshot.uptime);
@@ -72,7 +72,19 @@ std::string encodeSnapshot(const MonitorSnapshot& snapshot) {
     setRecorded(object, "advancedTimestamp", snapshot.advancedTimestamp->secondsSince2001);
   }
   setRecorded(object, "advancedInterval", snapshot.advancedInterval);
-  return object.text();
+  return object;
+}
+
+}  // namespace
+
+std::string encodeSnapshot(const MonitorSnapshot& snapshot) {
+  return snapshotObject(snapshot).text();
+}
+
+Writer recordingObject(const MonitorSnapshot& snapshot) {
+  Writer object = snapshotObject(snapshot);
+  object.set("processes", processList(AppAggregator::processesOf(snapshot.apps)));
+  return object;
 }
 
 MonitorSnapshot decodeSnapshot(std::string_view line) {

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "MonitorCore/AppAggregator.h"
+#include "MonitorCore/Utf8.h"
 #include "MonitorMac/HostFormulas.h"
 
 namespace monitor {
@@ -28,6 +29,12 @@ void put(MonitorSnapshot& snapshot, MetricID metric, std::optional<double> value
 std::optional<double> asDouble(std::optional<std::uint64_t> value) {
   if (!value) return std::nullopt;
   return static_cast<double>(*value);
+}
+
+// A folder or a device may be called anything; records hold well-formed text.
+std::optional<std::string> repaired(std::optional<std::string> text) {
+  if (text) text = repairedUtf8(*std::move(text));
+  return text;
 }
 
 std::string fileName(const std::string& path) {
@@ -193,9 +200,10 @@ void NativeMonitorCollector::refreshAccessories() {
         !(*accessory.batteryPercent >= 0.0 && *accessory.batteryPercent <= 100.0)) {
       continue;
     }
-    accessoryReadings_.emplace_back(accessory.id,
-                                    accessory.product.value_or(std::string(ports_.texts.accessoryName)),
-                                    *accessory.batteryPercent);
+    accessoryReadings_.emplace_back(
+        repairedUtf8(accessory.id),
+        repaired(accessory.product).value_or(std::string(ports_.texts.accessoryName)),
+        *accessory.batteryPercent);
   }
 }
 
@@ -242,7 +250,7 @@ std::optional<ProcessSample> NativeMonitorCollector::readProcess(std::int32_t pi
   sample.memory = usage->memory;
   if (includeProjects) {
     sample.ports = ports_.processes.listeningPorts(pid);
-    if (!sample.ports.empty()) sample.directory = ports_.processes.workingDirectory(pid);
+    if (!sample.ports.empty()) sample.directory = repaired(ports_.processes.workingDirectory(pid));
   }
   return sample;
 }
