@@ -53,4 +53,9 @@ std::optional<std::string> xdgDataHomeOfThisProcess() {
   return xdgDataHome(environment("XDG_DATA_HOME"), environment("HOME"), homeFromPasswordDatabase());
 }
 
+std::optional<std::string> homeOfThisProcess() {
+  if (const auto home = absoluteFolder(environment("HOME"))) return home;
+  return absoluteFolder(homeFromPasswordDatabase());
+}
+
 }  // namespace monitor::platform

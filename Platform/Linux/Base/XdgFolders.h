@@ -19,4 +19,8 @@ namespace monitor::platform {
 // thread.
 [[nodiscard]] std::optional<std::string> xdgDataHomeOfThisProcess();
 
+// The user's home folder in the same way: the variable HOME when it is absolute, otherwise the password
+// database's word.
+[[nodiscard]] std::optional<std::string> homeOfThisProcess();
+
 }  // namespace monitor::platform

@@ -21,6 +21,7 @@
 #include "Tools/vesk/CommandLine.h"
 #include "Tools/vesk/Commands/Commands.h"
 #include "Tools/vesk/Commands/InputFile.h"
+#include "Tools/vesk/ProjectJson.h"
 #include "Tools/vesk/Table.h"
 #include "Tools/vesk/TimeText.h"
 
@@ -109,22 +110,6 @@ ExitCode replayAlerts(const Options& options, const Console& console) {
   return ExitCode::Ok;
 }
 
-json::Writer processList(const std::vector<ProcessSample>& processes, const ProjectActivityTracker* tracker) {
-  json::Writer list = json::Writer::array();
-  for (const ProcessSample& process : processes) {
-    json::Writer object = json::Writer::object();
-    object.set("pid", process.key.pid);
-    object.set("start", process.key.start);
-    object.set("name", process.name);
-    if (tracker != nullptr) {
-      const auto idle = tracker->lowActivitySeconds().find(process.key);
-      if (idle != tracker->lowActivitySeconds().end()) json::setRecorded(object, "idleSeconds", idle->second);
-    }
-    list.append(std::move(object));
-  }
-  return list;
-}
-
 void printProjects(const std::vector<MonitorProject>& projects, const ProjectActivityTracker& tracker,
                    const Console& console) {
   Table table({{"PROJECT", Align::Left, true},
@@ -156,16 +141,7 @@ ExitCode replayProjects(const Options& options, const Console& console) {
     printProjects(projects, tracker, console);
     return ExitCode::Ok;
   }
-  json::Writer list = json::Writer::array();
-  for (const MonitorProject& project : projects) {
-    json::Writer object = json::Writer::object();
-    object.set("id", project.id);
-    if (project.folder) object.set("folder", *project.folder);
-    object.set("roots", processList(project.roots, &tracker));
-    object.set("processes", processList(project.processes, nullptr));
-    list.append(std::move(object));
-  }
-  console.out << list.text() << '\n';
+  console.out << projectsJson(projects, &tracker.lowActivitySeconds()).text() << '\n';
   return ExitCode::Ok;
 }
 
@@ -174,7 +150,7 @@ json::Writer appObject(const AppUsage& app) {
   object.set("id", app.id);
   object.set("name", app.name);
   if (app.bundleID) object.set("bundleID", *app.bundleID);
-  object.set("processes", processList(app.processes, nullptr));
+  object.set("processes", processNames(app.processes));
   json::setRecorded(object, "cpu", app.cpu);
   object.set("memory", app.memory);
   json::setRecorded(object, "diskRead", app.diskRead);
