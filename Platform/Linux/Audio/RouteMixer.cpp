@@ -61,7 +61,9 @@ bool RouteMixer::detach() {
   // A cycle that began later sees no block: both sides use the one total order of sequential consistency.
   // Looks are counted, not time: a program that was stopped inside a cycle must not give up before that cycle
   // has gone on.
-  for (int look = 0; inside_.load(); ++look) {
+  const std::uint64_t turn = turns_.load();
+  const bool inside = turn % 2 == 1;
+  for (int look = 0; inside && turns_.load() == turn; ++look) {
     if (look == kMostLooks) {
       stuck_.push_back(std::exchange(held_, nullptr));
       return false;
@@ -73,7 +75,7 @@ bool RouteMixer::detach() {
 }
 
 void RouteMixer::cycle(std::uint32_t frames) noexcept {
-  inside_.store(true);
+  turns_.fetch_add(1);
   const AudioIOBlock* block = block_.load();
   const bool complete = gatherOutputs(frames);
   gatherInputs(frames);
@@ -85,7 +87,7 @@ void RouteMixer::cycle(std::uint32_t frames) noexcept {
       silenceOutputs();
     }
   }
-  inside_.store(false, std::memory_order_release);
+  turns_.fetch_add(1, std::memory_order_release);
 }
 
 bool RouteMixer::gatherOutputs(std::uint32_t frames) noexcept {

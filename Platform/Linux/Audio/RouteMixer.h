@@ -88,7 +88,7 @@ class RouteMixer {
   std::shared_ptr<const AudioIOBlock> held_;
   std::vector<std::shared_ptr<const AudioIOBlock>> stuck_;
   std::atomic<const AudioIOBlock*> block_{nullptr};
-  std::atomic<bool> inside_{false};
+  std::atomic<std::uint64_t> turns_{0};  // one more when a cycle begins and one more when it ends: odd inside
   std::atomic<std::uint64_t> rendered_{0};
 
   // Owned by the realtime thread.
