@@ -18,7 +18,8 @@ constexpr int kMostAttempts = 5;
 
 class LinkSet::Link {
  public:
-  Link(std::function<void()>& changed, int attempt) : changed_(changed), attempt_(attempt) {}
+  Link(std::function<void()>& changed, int attempt, bool passive)
+      : changed_(changed), attempt_(attempt), passive_(passive) {}
   ~Link() {
     if (proxy_ == nullptr) return;
     spa_hook_remove(&proxyListener_);
@@ -28,13 +29,13 @@ class LinkSet::Link {
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
 
-  void create(pw_core* core, GlobalID outputNode, GlobalID inputNode, const LinkPair& ports, bool passive) {
+  void create(pw_core* core, GlobalID outputNode, GlobalID inputNode, const LinkPair& ports) {
     pw_properties* properties = pw_properties_new(nullptr, nullptr);
     pw_properties_setf(properties, PW_KEY_LINK_OUTPUT_NODE, "%u", outputNode);
     pw_properties_setf(properties, PW_KEY_LINK_OUTPUT_PORT, "%u", ports.first);
     pw_properties_setf(properties, PW_KEY_LINK_INPUT_NODE, "%u", inputNode);
     pw_properties_setf(properties, PW_KEY_LINK_INPUT_PORT, "%u", ports.second);
-    if (passive) pw_properties_set(properties, PW_KEY_LINK_PASSIVE, "true");
+    if (passive_) pw_properties_set(properties, PW_KEY_LINK_PASSIVE, "true");
     proxy_ = static_cast<pw_proxy*>(pw_core_create_object(core, "link-factory", PW_TYPE_INTERFACE_Link,
                                                           PW_VERSION_LINK, &properties->dict, 0));
     pw_properties_free(properties);
@@ -51,6 +52,7 @@ class LinkSet::Link {
   [[nodiscard]] LinkState state() const { return state_; }
   [[nodiscard]] bool dropped() const { return dropped_; }
   [[nodiscard]] int attempt() const { return attempt_; }
+  [[nodiscard]] bool passive() const { return passive_; }
 
  private:
   static pw_proxy_events makeProxyEvents() {
@@ -87,6 +89,7 @@ class LinkSet::Link {
 
   std::function<void()>& changed_;
   int attempt_;
+  bool passive_;
   pw_proxy* proxy_ = nullptr;
   spa_hook proxyListener_{};
   spa_hook linkListener_{};
@@ -100,7 +103,9 @@ LinkSet::~LinkSet() = default;
 
 void LinkSet::setWanted(const GraphModel& graph, const std::vector<LinkPair>& wanted, bool passive) {
   const std::set<LinkPair> kept{wanted.begin(), wanted.end()};
-  std::erase_if(links_, [&](const auto& entry) { return !kept.contains(entry.first); });
+  std::erase_if(links_, [&](const auto& entry) {
+    return !kept.contains(entry.first) || entry.second->passive() != passive;
+  });
   for (const LinkPair& pair : kept) {
     int attempt = 0;
     if (const auto existing = links_.find(pair); existing != links_.end()) {
@@ -111,8 +116,8 @@ void LinkSet::setWanted(const GraphModel& graph, const std::vector<LinkPair>& wa
     const auto* output = graph.port(pair.first);
     const auto* input = graph.port(pair.second);
     if (output == nullptr || input == nullptr) continue;
-    auto link = std::make_unique<Link>(changed_, attempt);
-    link->create(core_, output->node, input->node, pair, passive);
+    auto link = std::make_unique<Link>(changed_, attempt, passive);
+    link->create(core_, output->node, input->node, pair);
     links_.emplace(pair, std::move(link));
   }
 }

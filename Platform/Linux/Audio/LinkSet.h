@@ -27,7 +27,8 @@ class LinkSet {
   LinkSet(const LinkSet&) = delete;
   LinkSet& operator=(const LinkSet&) = delete;
 
-  // Makes the set equal to `wanted`. A passive link does not keep its nodes running.
+  // Makes the set equal to `wanted`. A passive link does not keep its nodes running. Links that are to be
+  // passive, or no longer so, are made anew: what goes through them is interrupted.
   void setWanted(const GraphModel& graph, const std::vector<LinkPair>& wanted, bool passive);
   [[nodiscard]] LinkState state(GlobalID outputPort, GlobalID inputPort) const;
 

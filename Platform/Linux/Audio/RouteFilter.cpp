@@ -124,7 +124,6 @@ struct RouteFilter::Implementation {
   pw_filter* filter = nullptr;
   spa_hook listener{};
   std::map<std::string, GlobalID> ports;  // by name
-  bool alwaysProcess = false;
 };
 
 RouteFilter::RouteFilter(pw_core* core, const Setup& setup, std::function<void(std::string)> failed)
@@ -161,13 +160,6 @@ std::optional<GlobalID> RouteFilter::outputPort(const GraphModel& graph, std::si
 std::optional<GlobalID> RouteFilter::slotPort(const GraphModel& graph, std::size_t slot,
                                               std::size_t channel) const {
   return implementation_->port(graph, slotName(slot, channel));
-}
-
-void RouteFilter::setAlwaysProcess(bool always) {
-  if (std::exchange(implementation_->alwaysProcess, always) == always) return;
-  const spa_dict_item item{PW_KEY_NODE_ALWAYS_PROCESS, always ? "true" : "false"};
-  const spa_dict properties{0, 1, &item};
-  pw_filter_update_properties(implementation_->filter, nullptr, &properties);
 }
 
 }  // namespace monitor::platform

@@ -43,8 +43,6 @@ class RouteFilter {
   [[nodiscard]] std::optional<GlobalID> outputPort(const GraphModel& graph, std::size_t channel) const;
   [[nodiscard]] std::optional<GlobalID> slotPort(const GraphModel& graph, std::size_t slot,
                                                  std::size_t channel) const;
-  // Keeps the node in the device's cycle even while no stream is linked to it.
-  void setAlwaysProcess(bool always);
 
  private:
   struct Implementation;

@@ -378,4 +378,11 @@ std::size_t StreamCapture::parkedCount() const {
   }));
 }
 
+bool StreamCapture::sounds(const GraphModel& graph) const {
+  return std::any_of(streams_.begin(), streams_.end(), [&](const auto& entry) {
+    const auto* node = graph.node(entry.second.node);
+    return entry.second.slot && node != nullptr && node->state == NodeState::Running;
+  });
+}
+
 }  // namespace monitor::platform

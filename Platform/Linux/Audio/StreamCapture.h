@@ -85,6 +85,8 @@ class StreamCapture {
   // After release(): whether all streams have their direct paths back.
   [[nodiscard]] bool released() const;
   [[nodiscard]] std::size_t parkedCount() const;
+  // Whether a stream that is linked to a slot plays at the moment.
+  [[nodiscard]] bool sounds(const GraphModel& graph) const;
 
  private:
   enum class Phase : std::uint8_t { Free, Linking, Parked, Releasing };

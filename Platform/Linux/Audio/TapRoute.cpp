@@ -8,6 +8,14 @@
 
 namespace monitor::platform {
 
+namespace {
+
+// A stream that is on its way from one output to another, or about to run, is no reason yet to keep a device
+// awake.
+constexpr double kElsewhereSettles = 0.5;
+
+}  // namespace
+
 TapRoute::TapRoute(PipeWireConnection& connection, const GraphModel& graph, TakeoverRegistry& takeover,
                    Setup setup, std::function<void()> changed)
     : connection_(connection),
@@ -25,10 +33,33 @@ TapRoute::TapRoute(PipeWireConnection& connection, const GraphModel& graph, Take
 TapRoute::~TapRoute() = default;
 
 void TapRoute::update(const std::vector<GlobalID>& streams, bool sounding, double now) {
-  outputLinks_.setWanted(graph_, wantedOutputLinks(), true);
+  considerKeepingAwake(sounding, now);
+  outputLinks_.setWanted(graph_, wantedOutputLinks(), !keepsAwake_);
   capture_.update(graph_, streams, setup_.device, now);
   inputLinks_.setWanted(graph_, capture_.wantedLinks(), false);
-  static_cast<void>(sounding);
+}
+
+// The device's cycles stop with the streams that go through here, because the links to it are passive.
+// Whoever has the I/O block may take a program that plays, and of which nothing is rendered, for one whose
+// route has stalled. So the links are made anew, and not passive, when the program plays elsewhere; they stay
+// so, because doing that again would be heard, until the program falls silent.
+void TapRoute::considerKeepingAwake(bool sounding, double now) {
+  awakeDue_.reset();
+  if (!capture_.running() || !sounding) keepsAwake_ = false;
+  if (!capture_.running() || !sounding || capture_.sounds(graph_)) {
+    elsewhereSince_.reset();
+    return;
+  }
+  if (!elsewhereSince_) elsewhereSince_ = now;
+  const double due = *elsewhereSince_ + kElsewhereSettles;
+  keepsAwake_ = keepsAwake_ || now >= due;
+  if (!keepsAwake_) awakeDue_ = due;
+}
+
+std::optional<double> TapRoute::nextWake() const {
+  const auto wake = capture_.nextWake();
+  if (!wake || !awakeDue_) return wake ? wake : awakeDue_;
+  return std::min(*wake, *awakeDue_);
 }
 
 std::optional<AudioOutcome> TapRoute::tapOutcome() const {
@@ -39,7 +70,7 @@ std::optional<AudioOutcome> TapRoute::tapOutcome() const {
 
 void TapRoute::disconnectOutput() {
   outputWanted_ = false;
-  outputLinks_.setWanted(graph_, {}, true);
+  outputLinks_.setWanted(graph_, {}, !keepsAwake_);
 }
 
 std::optional<AudioOutcome> TapRoute::outputOutcome() const {

@@ -48,7 +48,7 @@ class TapRoute final : private CaptureActions {
   // one of which runs when `sounding`. `now` is on the scale of GraphNode::seenAt; nextWake() tells when to
   // come again.
   void update(const std::vector<GlobalID>& streams, bool sounding, double now);
-  [[nodiscard]] std::optional<double> nextWake() const { return capture_.nextWake(); }
+  [[nodiscard]] std::optional<double> nextWake() const;
 
   // Whether filter and parking node are there; a failure when the server refused one of them.
   [[nodiscard]] std::optional<AudioOutcome> tapOutcome() const;
@@ -71,6 +71,7 @@ class TapRoute final : private CaptureActions {
   [[nodiscard]] LinkState linkState(GlobalID outputPort, GlobalID inputPort) const override;
 
   void fail(const std::string& what, const std::string& why);
+  void considerKeepingAwake(bool sounding, double now);
   [[nodiscard]] bool deviceIsThere() const;
   [[nodiscard]] std::vector<LinkSet::LinkPair> wantedOutputLinks() const;
 
@@ -84,6 +85,9 @@ class TapRoute final : private CaptureActions {
   LinkSet outputLinks_;
   LinkSet inputLinks_;
   bool outputWanted_ = false;
+  bool keepsAwake_ = false;               // the device, whether or not a stream goes through here
+  std::optional<double> elsewhereSince_;  // when the program began to play, but not through here
+  std::optional<double> awakeDue_;        // when that is long enough ago
   StreamCapture capture_;
 };
 

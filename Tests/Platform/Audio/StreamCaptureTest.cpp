@@ -63,6 +63,22 @@ TEST_F(StreamCaptureTest, PlayingStreamIsTakenOverAndGivenBack) {
   EXPECT_THAT(session.gates, IsEmpty());
 }
 
+TEST_F(StreamCaptureTest, SoundsWhileAStreamRunsThatIsLinkedToASlot) {
+  const GlobalID stream = session.open();
+  session.settle();
+  session.fixture.graph.setNodeState(stream, NodeState::Running);
+  EXPECT_FALSE(session.capture.sounds(session.fixture.graph)) << "not linked";
+  session.start();
+  session.settle();
+  EXPECT_TRUE(session.capture.sounds(session.fixture.graph));
+  session.fixture.graph.setNodeState(stream, NodeState::Idle);
+  EXPECT_FALSE(session.capture.sounds(session.fixture.graph)) << "paused";
+  session.fixture.graph.setNodeState(stream, NodeState::Running);
+  session.move(stream, "b");
+  session.settle();
+  EXPECT_FALSE(session.capture.sounds(session.fixture.graph)) << "plays elsewhere";
+}
+
 TEST_F(StreamCaptureTest, PlayingStreamIsParkedOnlyWhenItsLinksAreReady) {
   const GlobalID stream = session.open();
   session.settle();
