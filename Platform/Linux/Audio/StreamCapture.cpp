@@ -86,6 +86,7 @@ void StreamCapture::release(const GraphModel& graph) {
   for (auto& [incarnation, stream] : streams_) {
     if (stream.phase == Phase::Linking) setFree(stream);
     if (stream.phase != Phase::Parked) continue;
+    setOpen(stream, false);
     writeBack(stream, takeover_.targetToRestore(graph, stream.node));
     takeover_.giveBack(graph, stream.node);
     stream.phase = Phase::Releasing;
@@ -222,6 +223,7 @@ void StreamCapture::stepParked(Stream& stream, const Now& now) {
 }
 
 void StreamCapture::letGo(Stream& stream, const GraphModel& graph) {
+  setOpen(stream, false);
   if (stream.written || pointsHere(stream, graph)) {
     writeBack(stream, takeover_.targetToRestore(graph, stream.node));
   }

@@ -49,6 +49,11 @@ class CaptureActions {
 // route's parking node, which makes the session manager remove the direct path, and the gate opens when the
 // last direct link has gone: at no moment are both paths heard. A stream that is not linked yet is parked at
 // once.
+//
+// On the way back the gate is closed before the session manager is asked for the direct path, and not when
+// that shows up: the news of it takes its time to get here, during which the program would be heard twice.
+// What was let through in the cycle of the closing left the program before anybody asked for the direct path,
+// so that it cannot have taken that path as well. The price is a silence of a cycle or two.
 class StreamCapture {
  public:
   using LinkPair = std::pair<GlobalID, GlobalID>;  // output port, input port

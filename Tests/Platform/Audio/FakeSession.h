@@ -148,6 +148,7 @@ class FakeSession final : public CaptureActions {
   bool refuseLinks = false;
   bool livelocked = false;
   std::size_t targetsWritten = 0;
+  bool gaveBackWhileOpen = false;  // a direct path was asked for while the route was still heard
   std::function<void()> afterUpdate;
   TakeoverRegistry takeover;
   StreamCapture capture{takeover, *this, {"FL", "FR"}, kParking};
@@ -156,6 +157,8 @@ class FakeSession final : public CaptureActions {
   void writeTarget(GlobalID stream, const std::optional<MetadataValue>& value) override {
     ++targetsWritten;
     writeMetadata(stream, value);
+    const bool parks = value && value->text == kParking;
+    gaveBackWhileOpen = gaveBackWhileOpen || (!parks && gateOpen(stream));
   }
   bool growSlots(std::size_t count) override {
     if (count > mostSlots) return false;

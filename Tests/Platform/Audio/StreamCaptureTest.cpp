@@ -29,6 +29,9 @@ class StreamCaptureTest : public testing::Test {
       }
     };
   }
+  void TearDown() override {
+    EXPECT_FALSE(session.gaveBackWhileOpen) << "both paths could have been heard, had the answer come late";
+  }
   [[nodiscard]] AudioOutcome check() const {
     return checkCapture(session.fixture.graph, session.takeover,
                         {session.streams.begin(), session.streams.end()}, session.sinkA,
@@ -61,6 +64,18 @@ TEST_F(StreamCaptureTest, PlayingStreamIsTakenOverAndGivenBack) {
   EXPECT_EQ(session.target(stream), std::nullopt);
   EXPECT_THAT(session.capture.wantedLinks(), IsEmpty());
   EXPECT_THAT(session.gates, IsEmpty());
+}
+
+TEST_F(StreamCaptureTest, GateIsClosedBeforeTheDirectPathIsAskedFor) {
+  const GlobalID stream = session.open();
+  session.settle();
+  session.start();
+  session.settle();
+  ASSERT_TRUE(session.gateOpen(stream));
+  session.release();
+  EXPECT_FALSE(session.gateOpen(stream));
+  EXPECT_EQ(session.target(stream), FakeSession::kParking) << "nobody has been told yet";
+  EXPECT_THAT(session.capture.wantedLinks(), testing::SizeIs(2)) << "kept until the direct path is back";
 }
 
 TEST_F(StreamCaptureTest, SoundsWhileAStreamRunsThatIsLinkedToASlot) {
