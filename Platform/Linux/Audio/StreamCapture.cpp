@@ -21,8 +21,9 @@ constexpr double kPulseAnswerLimit = 0.3;
 // After somebody else has moved a stream the session manager may still make a direct link on that account.
 constexpr double kForeignMoveSettles = 0.01;
 
-// The session manager moves streams one after the other, each more slowly the more there are. Of many, it is enough
-// that all have been told to move: each is heard through the route from the moment its own direct link has gone.
+// The session manager moves streams one after the other, each more slowly the more there are. Of many, it is
+// enough that all have been told to move: each is heard through the route from the moment its own direct link
+// has gone.
 constexpr std::size_t kFewStreams = 16;
 
 bool isPulseStream(const GraphModel& graph, const GraphNode& node) {
@@ -78,11 +79,11 @@ StreamCapture::StreamCapture(TakeoverRegistry& takeover, CaptureActions& actions
 void StreamCapture::start() {
   running_ = true;
   awaited_.reset();
-  failure_.reset();
 }
 
 void StreamCapture::release(const GraphModel& graph) {
-  running_ = false;
+  preparing_ = running_ = false;
+  failure_.reset();
   for (auto& [incarnation, stream] : streams_) {
     if (stream.phase == Phase::Linking) setFree(stream);
     if (stream.phase != Phase::Parked) continue;
@@ -172,12 +173,14 @@ void StreamCapture::stepFree(Stream& stream, const Now& now) {
   if (pointsHere(stream, now.graph) && !stream.written) {
     writeBack(stream, takeover_.targetToRestore(now.graph, stream.node));
   }
-  if (!running_) return;
+  if (!running_ && !preparing_) return;
+  const bool direct = !directSinks(now.graph, stream.node).empty();
+  if (!direct && !mayPark()) return;
   if (!capturable(stream, now) || waitsForPulse(stream, now) || !takeSlot(stream)) return;
-  if (directSinks(now.graph, stream.node).empty()) {
-    park(stream, now);
-  } else {
+  if (direct) {
     stream.phase = Phase::Linking;
+  } else {
+    park(stream, now);
   }
 }
 
@@ -185,7 +188,8 @@ void StreamCapture::stepLinking(Stream& stream, const Now& now) {
   if (!capturable(stream, now)) return setFree(stream);
   switch (linkStateOf(stream, now.graph)) {
     case LinkState::Ready:
-      return park(stream, now);
+      if (mayPark()) park(stream, now);
+      return;
     case LinkState::Failed:
       fail(AudioOutcome::failure(audiostatus::kLinkFailed,
                                  fmt::format("The audio server refused to link the stream \"{}\".",
@@ -312,6 +316,10 @@ void StreamCapture::setFree(Stream& stream) {
   stream.phase = Phase::Free;
 }
 
+bool StreamCapture::mayPark() const {
+  return running_ && actions_.parkingReady();
+}
+
 void StreamCapture::fail(AudioOutcome outcome) {
   if (!failure_) failure_ = std::move(outcome);
 }
@@ -361,7 +369,7 @@ LinkState StreamCapture::linkStateOf(const Stream& stream, const GraphModel& gra
 
 std::optional<AudioOutcome> StreamCapture::startOutcome() const {
   if (failure_) return failure_;
-  if (!awaited_) return std::nullopt;
+  if (!awaited_ || !actions_.parkingReady()) return std::nullopt;
   for (const auto& [incarnation, stream] : streams_) {
     if (!awaited_->contains(incarnation) || stream.open) continue;
     if (stream.phase != Phase::Parked || awaited_->size() <= kFewStreams) return std::nullopt;

@@ -28,6 +28,8 @@ class CaptureActions {
   // Makes sure that there are at least that many slots. False when that is more than a route can have.
   virtual bool growSlots(std::size_t count) = 0;
   virtual void setGate(std::size_t slot, bool open) = 0;
+  // Whether streams can be sent to the parking node.
+  [[nodiscard]] virtual bool parkingReady() const = 0;
   // The slot's input port for a channel; nothing while the server has not announced it.
   [[nodiscard]] virtual std::optional<GlobalID> slotPort(std::size_t slot, std::size_t channel) const = 0;
   [[nodiscard]] virtual LinkState linkState(GlobalID outputPort, GlobalID inputPort) const = 0;
@@ -62,6 +64,9 @@ class StreamCapture {
   StreamCapture(TakeoverRegistry& takeover, CaptureActions& actions, std::vector<std::string> channels,
                 std::string parkingName);
 
+  // From the next update() on, streams that play are linked behind closed gates, so that start() finds that
+  // done.
+  void prepare() { preparing_ = true; }
   // From the next update() on, streams are taken over. Then give up all of them, waiting for their direct
   // paths.
   void start();
@@ -95,8 +100,8 @@ class StreamCapture {
 
  private:
   enum class Phase : std::uint8_t { Free, Linking, Parked, Releasing };
-  // A target that we wrote and that the server has not told back yet. Somebody else's write may have come before or
-  // after it: what is told meanwhile came before.
+  // A target that we wrote and that the server has not told back yet. Somebody else's write may have come
+  // before or after it: what is told meanwhile came before.
   struct Written {
     std::optional<MetadataValue> value;
     bool givesBack = false;
@@ -107,7 +112,7 @@ class StreamCapture {
     Phase phase = Phase::Free;
     std::optional<std::size_t> slot;
     bool open = false;
-    bool givenUp = false;       // a link failed: the stream is left alone from then on
+    bool givenUp = false;  // a link failed: the stream is left alone from then on
     std::optional<Written> written;
     double closedUntil = 0.0;
     std::optional<GlobalID> wantedWhenParked;
@@ -128,6 +133,7 @@ class StreamCapture {
   [[nodiscard]] bool capturable(const Stream& stream, const Now& now) const;
   [[nodiscard]] bool waitsForPulse(const Stream& stream, const Now& now);
   [[nodiscard]] bool wantedElsewhere(const Stream& stream, const Now& now) const;
+  [[nodiscard]] bool mayPark() const;
   bool takeSlot(Stream& stream);
   void park(Stream& stream, const Now& now);
   void letGo(Stream& stream, const GraphModel& graph);
@@ -149,6 +155,7 @@ class StreamCapture {
   CaptureActions& actions_;
   std::vector<std::string> channels_;
   std::string parkingName_;
+  bool preparing_ = false;
   bool running_ = false;
   std::map<Incarnation, Stream> streams_;
   std::optional<std::set<Incarnation>> awaited_;  // streams that were there when the capture started

@@ -22,13 +22,15 @@ TapRoute::TapRoute(PipeWireConnection& connection, const GraphModel& graph, Take
       graph_(graph),
       setup_(std::move(setup)),
       changed_(std::move(changed)),
-      filter_(connection.core(), {setup_.name, setup_.description, setup_.channels, setup_.slots},
-              [this](const std::string& why) { fail("filter", why); }),
       parking_(connection.core(), setup_.parkingName, setup_.channels,
                [this](const std::string& why) { fail("parking node", why); }),
+      filter_(connection.core(), {setup_.name, setup_.description, setup_.channels, setup_.slots},
+              [this](const std::string& why) { fail("filter", why); }),
       outputLinks_(connection.core(), changed_),
       inputLinks_(connection.core(), changed_),
-      capture_(takeover, *this, setup_.channels, setup_.parkingName) {}
+      capture_(takeover, *this, setup_.channels, setup_.parkingName) {
+  capture_.prepare();
+}
 
 TapRoute::~TapRoute() = default;
 
@@ -64,8 +66,12 @@ std::optional<double> TapRoute::nextWake() const {
 
 std::optional<AudioOutcome> TapRoute::tapOutcome() const {
   if (failure_) return failure_;
-  if (!filter_.announced(graph_) || !parking_.announced(graph_)) return std::nullopt;
+  if (!filter_.announced(graph_)) return std::nullopt;
   return AudioOutcome{};
+}
+
+std::optional<AudioOutcome> TapRoute::startOutcome() const {
+  return failure_ ? failure_ : capture_.startOutcome();
 }
 
 void TapRoute::disconnectOutput() {

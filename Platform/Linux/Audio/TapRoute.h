@@ -50,13 +50,16 @@ class TapRoute final : private CaptureActions {
   void update(const std::vector<GlobalID>& streams, bool sounding, double now);
   [[nodiscard]] std::optional<double> nextWake() const;
 
-  // Whether filter and parking node are there; a failure when the server refused one of them.
+  // Whether the filter is there; a failure when the server refused it or the parking node. The latter takes
+  // the session manager longer, and is waited for when the capture starts.
   [[nodiscard]] std::optional<AudioOutcome> tapOutcome() const;
 
   void connectOutput() { outputWanted_ = true; }
   void disconnectOutput();
   // Whether every output is linked to the device.
   [[nodiscard]] std::optional<AudioOutcome> outputOutcome() const;
+  // Whether the streams that play are taken over, see StreamCapture::startOutcome().
+  [[nodiscard]] std::optional<AudioOutcome> startOutcome() const;
 
   [[nodiscard]] RouteMixer& mixer() { return filter_.mixer(); }
   [[nodiscard]] StreamCapture& capture() { return capture_; }
@@ -67,6 +70,7 @@ class TapRoute final : private CaptureActions {
   void writeTarget(GlobalID stream, const std::optional<MetadataValue>& value) override;
   bool growSlots(std::size_t count) override;
   void setGate(std::size_t slot, bool open) override;
+  [[nodiscard]] bool parkingReady() const override { return parking_.announced(graph_); }
   [[nodiscard]] std::optional<GlobalID> slotPort(std::size_t slot, std::size_t channel) const override;
   [[nodiscard]] LinkState linkState(GlobalID outputPort, GlobalID inputPort) const override;
 
@@ -80,8 +84,9 @@ class TapRoute final : private CaptureActions {
   Setup setup_;
   std::function<void()> changed_;
   std::optional<AudioOutcome> failure_;
-  RouteFilter filter_;
+  // Before the filter: it is what the session manager takes longest for.
   ParkingNode parking_;
+  RouteFilter filter_;
   LinkSet outputLinks_;
   LinkSet inputLinks_;
   bool outputWanted_ = false;

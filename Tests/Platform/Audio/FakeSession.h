@@ -146,9 +146,10 @@ class FakeSession final : public CaptureActions {
   std::set<std::size_t> gates;  // the open ones
   std::size_t mostSlots = 1000;
   bool refuseLinks = false;
+  bool parkingIsReady = true;
   bool livelocked = false;
-  std::size_t targetsWritten = 0;
   bool gaveBackWhileOpen = false;  // a direct path was asked for while the route was still heard
+  std::size_t targetsWritten = 0;
   std::function<void()> afterUpdate;
   TakeoverRegistry takeover;
   StreamCapture capture{takeover, *this, {"FL", "FR"}, kParking};
@@ -156,9 +157,9 @@ class FakeSession final : public CaptureActions {
  private:
   void writeTarget(GlobalID stream, const std::optional<MetadataValue>& value) override {
     ++targetsWritten;
-    writeMetadata(stream, value);
     const bool parks = value && value->text == kParking;
     gaveBackWhileOpen = gaveBackWhileOpen || (!parks && gateOpen(stream));
+    writeMetadata(stream, value);
   }
   bool growSlots(std::size_t count) override {
     if (count > mostSlots) return false;
@@ -180,6 +181,7 @@ class FakeSession final : public CaptureActions {
       gates.erase(slot);
     }
   }
+  [[nodiscard]] bool parkingReady() const override { return parkingIsReady; }
   [[nodiscard]] std::optional<GlobalID> slotPort(std::size_t slot, std::size_t channel) const override {
     const auto found = slotPorts_.find({slot, channel});
     return found == slotPorts_.end() ? std::nullopt : std::optional{found->second};

@@ -78,6 +78,81 @@ TEST_F(StreamCaptureTest, GateIsClosedBeforeTheDirectPathIsAskedFor) {
   EXPECT_THAT(session.capture.wantedLinks(), testing::SizeIs(2)) << "kept until the direct path is back";
 }
 
+TEST_F(StreamCaptureTest, PreparedStreamIsLinkedAndStaysDirectUntilTheStart) {
+  const GlobalID stream = session.open();
+  session.settle();
+  session.capture.prepare();
+  session.settle();
+  EXPECT_THAT(session.capture.wantedLinks(), testing::SizeIs(2));
+  EXPECT_THAT(session.sinksOf(stream), ElementsAre(session.sinkA));
+  EXPECT_THAT(session.gates, IsEmpty());
+  EXPECT_EQ(session.targetsWritten, 0U);
+  session.start();
+  EXPECT_EQ(session.targetsWritten, 1U) << "without waiting for links";
+  session.settle();
+  EXPECT_TRUE(session.routed(stream));
+}
+
+TEST_F(StreamCaptureTest, PreparedStreamIsFreeAgainWhenTheCaptureNeverStarts) {
+  const GlobalID stream = session.open();
+  session.settle();
+  session.capture.prepare();
+  session.settle();
+  session.release();
+  session.settle();
+  EXPECT_THAT(session.capture.wantedLinks(), IsEmpty());
+  EXPECT_THAT(session.sinksOf(stream), ElementsAre(session.sinkA));
+  EXPECT_EQ(session.targetsWritten, 0U);
+}
+
+TEST_F(StreamCaptureTest, PreparedCaptureLeavesAStreamAloneThatIsNotLinkedYet) {
+  session.capture.prepare();
+  session.open();
+  session.tell();
+  EXPECT_THAT(session.capture.wantedLinks(), IsEmpty());
+  EXPECT_EQ(session.targetsWritten, 0U);
+}
+
+TEST_F(StreamCaptureTest, LinkRefusedToAPreparedStreamFailsTheStart) {
+  const GlobalID stream = session.open();
+  session.settle();
+  session.refuseLinks = true;
+  session.capture.prepare();
+  session.settle();
+  session.start();
+  const auto outcome = session.capture.startOutcome();
+  ASSERT_TRUE(outcome);
+  EXPECT_EQ(outcome->status, audiostatus::kLinkFailed);
+  EXPECT_THAT(session.sinksOf(stream), ElementsAre(session.sinkA));
+}
+
+TEST_F(StreamCaptureTest, NothingIsParkedBeforeTheParkingNodeIsReady) {
+  session.parkingIsReady = false;
+  const GlobalID playing = session.open();
+  session.settle();
+  session.start();
+  session.settle();
+  EXPECT_FALSE(session.capture.startOutcome());
+  EXPECT_EQ(session.targetsWritten, 0U);
+  const GlobalID later = session.open();
+  session.settle();
+  EXPECT_EQ(session.targetsWritten, 0U);
+  session.parkingIsReady = true;
+  session.settle();
+  EXPECT_TRUE(started());
+  EXPECT_TRUE(session.routed(playing));
+  EXPECT_TRUE(session.routed(later));
+}
+
+TEST_F(StreamCaptureTest, StartOfASilentProgramWaitsForTheParkingNodeToo) {
+  session.parkingIsReady = false;
+  session.start();
+  session.settle();
+  EXPECT_FALSE(session.capture.startOutcome());
+  session.parkingIsReady = true;
+  EXPECT_TRUE(started());
+}
+
 TEST_F(StreamCaptureTest, SoundsWhileAStreamRunsThatIsLinkedToASlot) {
   const GlobalID stream = session.open();
   session.settle();
