@@ -20,6 +20,7 @@ namespace {
 
 constexpr const char* kMusic = "Lab Music";
 constexpr const char* kTalk = "Lab Talk";
+constexpr unsigned kTakeovers = 5;
 
 lab::StackOptions stackOptions(unsigned quantum) {
   lab::StackOptions options;
@@ -53,15 +54,20 @@ class Stage {
     recorder_.waitSeconds(0.2);
     recordingStart_ = recorder_.frames();
     recorder_.waitSeconds(0.8);
-    timeline_.gainCommand = vesk({"gain", routed_, "40%"});
-    timeline_.gainRequest = requestAfter(timeline_.gainCommand);
+    takeOver();
     recorder_.waitSeconds(0.8);
     vesk({"apps"});
     timeline_.changeCommand = vesk({"gain", routed_, "80%"});
     recorder_.waitSeconds(0.5);
     timeline_.stopCommand = vesk({"stop", routed_});
     recorder_.waitSeconds(0.6);
-    timeline_.againCommand = vesk({"gain", routed_, "40%"});
+    for (unsigned more = 2; more < kTakeovers; ++more) {
+      takeOver();
+      recorder_.waitSeconds(0.4);
+      vesk({"stop", routed_});
+      recorder_.waitSeconds(0.4);
+    }
+    takeOver();
     recorder_.waitSeconds(0.6);
     killService();
     recorder_.waitSeconds(1.0);
@@ -91,6 +97,11 @@ class Stage {
     return started;
   }
 
+  void takeOver() {
+    const std::uint64_t command = vesk({"gain", routed_, "40%"});
+    timeline_.takeovers.push_back({command, requestAfter(command)});
+  }
+
   [[nodiscard]] std::uint64_t requestAfter(std::uint64_t time) const {
     for (const auto& request : watch_.requests()) {
       if (request.nanoseconds >= time) return request.nanoseconds;
@@ -117,7 +128,7 @@ class Stage {
     result.figures = measure(result.recording, timeline_, result.routedChannel, result.otherChannel);
     std::erase_if(events_, [](const Event& event) { return event.label == "vesk apps"; });
     result.events = events_;
-    result.takeover = {"request to the service", timeline_.gainRequest};
+    result.takeover = {"request to the service", timeline_.takeovers.front().request};
     result.killed = {"kill -9", timeline_.killed};
     return result;
   }

@@ -38,7 +38,7 @@ struct Narrator {
 };
 
 // The whole main job once, for real: a private audio system and session bus, two players, `vesk` with agent
-// and service started by the bus, the device recorded. Takes some six seconds. lab::LabError when something
+// and service started by the bus, the device recorded. Takes some nine seconds. lab::LabError when something
 // does not work at all.
 [[nodiscard]] Demonstration runDemonstration(const DemonstrationOptions& options, const Narrator& narrator);
 

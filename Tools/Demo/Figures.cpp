@@ -32,8 +32,24 @@ std::string frames(const Figures& figures, std::size_t count) {
   return fmt::format("{} frames ({:.2f} ms)", count, 1000.0 * static_cast<double>(count) / figures.rate);
 }
 
-std::size_t ownGap(const Figures& figures) {
-  return figures.gapFrames - std::min(figures.gapFrames, figures.controlGapFrames);
+// 0 of none; of an even number the greater of the two in the middle.
+template <class Value>
+Value medianOf(const std::vector<Takeover>& takeovers, Value (*valueOf)(const Takeover&)) {
+  std::vector<Value> values;
+  values.reserve(takeovers.size());
+  for (const auto& takeover : takeovers) values.push_back(valueOf(takeover));
+  if (values.empty()) return {};
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+std::string eachTakeover(const Figures& figures) {
+  std::string text;
+  for (const auto& takeover : figures.takeovers) {
+    text += fmt::format("{}{:.1f}", text.empty() ? "" : ", ", takeover.milliseconds);
+  }
+  return text + " ms";
 }
 
 class Judge {
@@ -69,17 +85,30 @@ class Judge {
 
 }  // namespace
 
+double Figures::takeoverMs() const {
+  return medianOf<double>(takeovers, [](const Takeover& each) { return each.milliseconds; });
+}
+double Figures::commandMs() const {
+  return medianOf<double>(takeovers, [](const Takeover& each) { return each.commandMs; });
+}
+std::size_t Figures::ownGapFrames() const {
+  return medianOf<std::size_t>(takeovers, [](const Takeover& each) { return each.ownGapFrames(); });
+}
+long Figures::addedLatencyFrames() const {
+  return medianOf<long>(takeovers, [](const Takeover& each) { return each.addedLatencyFrames; });
+}
+
 std::vector<Verdict> judge(const Figures& figures, double patience) {
   Judge judge(figures, patience);
   judge.level("levelBefore", "Level before", figures.levelBefore, 1.0);
   judge.level("levelDuring", "Level at 40 %", figures.levelDuring, kWantedRatio);
   judge.level("levelAfter", "Level after", figures.levelAfter, 1.0);
   judge.level("ratio", "Ratio of the routed program", figures.ratio(), kWantedRatio);
-  judge.time("takeoverMs", "Takeover, from the request", figures.takeoverMs, kTakeoverMs);
-  judge.note("commandMs", "Takeover, from the command", milliseconds(figures.commandMs));
-  judge.gap("gapFrames", "Gap at the takeover", ownGap(figures));
-  judge.exact("addedLatencyFrames", "Added latency", figures.addedLatencyFrames, 0);
-  judge.note("takeoverRampFrames", "Ramp at the takeover", frames(figures, figures.takeoverRampFrames));
+  judge.time("takeoverMs", "Takeover, from the request", figures.takeoverMs(), kTakeoverMs);
+  judge.note("takeovers", "Each takeover", eachTakeover(figures));
+  judge.note("commandMs", "Takeover, from the command", milliseconds(figures.commandMs()));
+  judge.gap("gapFrames", "Gap at the takeover", figures.ownGapFrames());
+  judge.exact("addedLatencyFrames", "Added latency", figures.addedLatencyFrames(), 0);
   judge.level("levelChanged", "Level changed to 80 %", figures.levelChanged, kChangedRatio);
   judge.add("rampFrames", "Ramp of that change",
             fmt::format("{}, {}", frames(figures, figures.rampFrames),
@@ -87,7 +116,8 @@ std::vector<Verdict> judge(const Figures& figures, double patience) {
             fmt::format("{} frames, linear", figures.quantum),
             figures.rampLinear && figures.rampFrames == figures.quantum);
   judge.note("releaseGapFrames", "Gap at the release", frames(figures, figures.releaseGapFrames));
-  judge.note("loudest", "Loudest moment", digits(figures.loudest));
+  judge.add("loudest", "Loudest moment", digits(figures.loudest), "at most " + digits(1.0),
+            figures.loudest < 1.0 || sameToSixDigits(figures.loudest, 1.0));
   judge.add("otherLevel", "Other program's level",
             figures.otherLowest == figures.otherHighest
                 ? digits(figures.otherHighest)
@@ -110,6 +140,25 @@ bool allWithin(const std::vector<Verdict>& verdicts) {
   return std::all_of(verdicts.begin(), verdicts.end(), [](const Verdict& verdict) { return verdict.within; });
 }
 
+namespace {
+
+json::Writer toJson(const std::vector<Takeover>& takeovers) {
+  auto list = json::Writer::array();
+  for (const auto& takeover : takeovers) {
+    auto entry = json::Writer::object();
+    entry.set("milliseconds", takeover.milliseconds);
+    entry.set("commandMs", takeover.commandMs);
+    entry.set("gapFrames", takeover.gapFrames);
+    entry.set("controlGapFrames", takeover.controlGapFrames);
+    entry.set("addedLatencyFrames", takeover.addedLatencyFrames);
+    entry.set("rampFrames", takeover.rampFrames);
+    list.append(std::move(entry));
+  }
+  return list;
+}
+
+}  // namespace
+
 json::Writer toJson(const Figures& figures, const std::vector<Verdict>& verdicts) {
   auto result = json::Writer::object();
   result.set("quantum", figures.quantum);
@@ -118,12 +167,11 @@ json::Writer toJson(const Figures& figures, const std::vector<Verdict>& verdicts
   result.set("levelDuring", figures.levelDuring);
   result.set("levelAfter", figures.levelAfter);
   result.set("ratio", figures.ratio());
-  result.set("takeoverMs", figures.takeoverMs);
-  result.set("commandMs", figures.commandMs);
-  result.set("gapFrames", figures.gapFrames);
-  result.set("controlGapFrames", figures.controlGapFrames);
-  result.set("addedLatencyFrames", figures.addedLatencyFrames);
-  result.set("takeoverRampFrames", figures.takeoverRampFrames);
+  result.set("takeoverMs", figures.takeoverMs());
+  result.set("commandMs", figures.commandMs());
+  result.set("gapFrames", figures.ownGapFrames());
+  result.set("addedLatencyFrames", figures.addedLatencyFrames());
+  result.set("takeovers", toJson(figures.takeovers));
   result.set("levelChanged", figures.levelChanged);
   result.set("rampFrames", figures.rampFrames);
   result.set("rampLinear", figures.rampLinear);

@@ -10,6 +10,21 @@
 
 namespace monitor::demo {
 
+// One takeover: from the program's own playback to 40 %.
+struct Takeover {
+  double milliseconds = 0.0;         // from the request to the service until the first frame at 40 %
+  double commandMs = 0.0;            // the same from the start of the `vesk` command
+  std::size_t gapFrames = 0;         // silence in it
+  std::size_t controlGapFrames = 0;  // silence in as long a stretch right before it
+  long addedLatencyFrames = 0;
+  std::size_t rampFrames = 0;
+
+  // What the takeover itself is to blame for.
+  [[nodiscard]] std::size_t ownGapFrames() const {
+    return gapFrames > controlGapFrames ? gapFrames - controlGapFrames : 0;
+  }
+};
+
 // What one run of the demonstration measured. Gains are recorded level over played level; frames are the
 // device's.
 struct Figures {
@@ -21,13 +36,9 @@ struct Figures {
   double levelDuring = 0.0;
   double levelAfter = 0.0;  // after `vesk stop`
 
-  // The takeover: from the program's own playback to 40 %.
-  double takeoverMs = 0.0;           // from the request to the service until the first frame at 40 %
-  double commandMs = 0.0;            // the same from the start of the `vesk` command
-  std::size_t gapFrames = 0;         // silence in it
-  std::size_t controlGapFrames = 0;  // silence in as long a stretch right before it
-  long addedLatencyFrames = 0;
-  std::size_t takeoverRampFrames = 0;
+  // In the order of their requests. One takeover depends on where in a cycle its request comes and on what
+  // else the machine does, so that they are judged by their medians.
+  std::vector<Takeover> takeovers;
 
   // A change of the gain of a program that is routed already.
   double levelChanged = 0.0;
@@ -51,6 +62,10 @@ struct Figures {
 
   std::size_t missedFrames = 0;  // that the recorder itself did not get, until the kill
 
+  [[nodiscard]] double takeoverMs() const;
+  [[nodiscard]] double commandMs() const;
+  [[nodiscard]] std::size_t ownGapFrames() const;
+  [[nodiscard]] long addedLatencyFrames() const;
   [[nodiscard]] double ratio() const { return levelBefore > 0.0 ? levelDuring / levelBefore : 0.0; }
 };
 

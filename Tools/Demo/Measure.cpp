@@ -75,20 +75,20 @@ class Reader {
   std::vector<Stretch> stretches_;
 };
 
-void measureTakeover(const lab::Recording& recording, const Reader& reader, const Timeline& timeline,
-                     Figures& figures) {
-  const auto& after = reader.reaches(0.4, timeline.gainRequest, "level of 40 % after the request");
-  const std::size_t asked = recording.frameAt(timeline.gainRequest);
+Takeover measureTakeover(const lab::Recording& recording, const Reader& reader,
+                         const Timeline::Request& request) {
+  Takeover takeover;
+  const auto& after = reader.reaches(0.4, request.request, "level of 40 % after the request");
+  const std::size_t asked = recording.frameAt(request.request);
   const auto joint = reader.joint(reader.lastSteadyBefore(asked), after);
-  figures.levelBefore = reader.levelBefore(timeline.gainCommand);
-  figures.levelDuring = reader.levelBefore(timeline.changeCommand);
-  figures.takeoverMs = reader.millisecondsTo(after.first, timeline.gainRequest);
-  figures.commandMs = reader.millisecondsTo(after.first, timeline.gainCommand);
-  figures.gapFrames = joint.silentFrames;
-  figures.addedLatencyFrames = joint.delayedFrames;
-  figures.takeoverRampFrames = joint.rampFrames;
+  takeover.milliseconds = reader.millisecondsTo(after.first, request.request);
+  takeover.commandMs = reader.millisecondsTo(after.first, request.command);
+  takeover.gapFrames = joint.silentFrames;
+  takeover.addedLatencyFrames = joint.delayedFrames;
+  takeover.rampFrames = joint.rampFrames;
   const std::size_t length = after.first > asked ? after.first - asked : 0;
-  figures.controlGapFrames = reader.silence(asked > length ? asked - length : 0, asked);
+  takeover.controlGapFrames = reader.silence(asked > length ? asked - length : 0, asked);
+  return takeover;
 }
 
 void measureChangeAndRelease(const lab::Recording& recording, const Reader& reader, const Timeline& timeline,
@@ -101,7 +101,7 @@ void measureChangeAndRelease(const lab::Recording& recording, const Reader& read
   const auto& released = reader.reaches(1.0, timeline.stopCommand, "normal playback after the stop");
   const auto& routed = reader.lastSteadyBefore(recording.frameAt(timeline.stopCommand));
   figures.releaseGapFrames = reader.joint(routed, released).silentFrames;
-  figures.levelAfter = reader.levelBefore(timeline.againCommand);
+  figures.levelAfter = reader.levelBefore(timeline.takeovers.at(1).command);
 }
 
 void measureKill(const lab::Recording& recording, const Reader& reader, const Timeline& timeline,
@@ -124,7 +124,11 @@ Figures measure(const lab::Recording& recording, const Timeline& timeline, std::
   if (!recording.cycles.empty()) figures.quantum = recording.cycles.back().frames;
   figures.missedFrames = recording.missedFrames(recording.frameAt(timeline.killed));
   const Reader routed(recording, routedChannel);
-  measureTakeover(recording, routed, timeline, figures);
+  figures.levelBefore = routed.levelBefore(timeline.takeovers.at(0).command);
+  figures.levelDuring = routed.levelBefore(timeline.changeCommand);
+  for (const auto& request : timeline.takeovers) {
+    figures.takeovers.push_back(measureTakeover(recording, routed, request));
+  }
   measureChangeAndRelease(recording, routed, timeline, figures);
   measureKill(recording, routed, timeline, figures);
   figures.loudest = routed.between(0, recording.frames()).highest;

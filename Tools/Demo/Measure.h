@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "Tools/AudioLab/Recording.h"
 #include "Tools/Demo/Figures.h"
@@ -10,11 +11,14 @@ namespace monitor::demo {
 
 // When the demonstration did what, in CLOCK_MONOTONIC nanoseconds.
 struct Timeline {
-  std::uint64_t gainCommand = 0;    // `vesk gain … 40%` started
-  std::uint64_t gainRequest = 0;    // … and its request passed the bus
+  struct Request {
+    std::uint64_t command = 0;  // `vesk gain … 40%` started
+    std::uint64_t request = 0;  // … and its request passed the bus
+  };
+  // Two at least, each from normal playback. After the first come the change and the stop.
+  std::vector<Request> takeovers;
   std::uint64_t changeCommand = 0;  // `vesk gain … 80%`
   std::uint64_t stopCommand = 0;    // `vesk stop …`
-  std::uint64_t againCommand = 0;   // `vesk gain … 40%` once more
   std::uint64_t killed = 0;         // kill -9 of the service
 };
 

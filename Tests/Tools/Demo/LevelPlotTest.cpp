@@ -22,8 +22,8 @@ Demonstration madeUp() {
   result.figures = measure(result.recording, run.timeline, 0, 1);
   result.routedName = "Routed";
   result.otherName = "Other";
-  result.events = {{"gain", run.timeline.gainCommand}, {"stop", run.timeline.stopCommand}};
-  result.takeover = {"request", run.timeline.gainRequest};
+  result.events = {{"gain", run.timeline.takeovers.front().command}, {"stop", run.timeline.stopCommand}};
+  result.takeover = {"request", run.timeline.takeovers.front().request};
   result.killed = {"kill", run.timeline.killed};
   return result;
 }

@@ -31,6 +31,7 @@ inline lab::Recording recordingOf(const lab::Sound& routed, const lab::Sound& ot
 
 // A demonstration as it should be: every section lasts 100 cycles, requests take effect two cycles later.
 struct MadeUpRun {
+  static constexpr std::size_t kKilled = 1100;  // cycle
   lab::Sound routed, other;
   Timeline timeline;
 
@@ -39,15 +40,22 @@ struct MadeUpRun {
         .ramp(256, 1.0F, 0.4F)
         .play(99 * 256, 0.4F)
         .ramp(256, 0.4F, 0.8F)
-        .play(99 * 256, 0.8F);
-    routed.play(100 * 256).play(100 * 256, 0.4F).silence(256).skip(256).play(97 * 256);
+        .play(99 * 256, 0.8F)
+        .play(100 * 256);
+    finish();
     other.skip(500).play(routed.samples.size());
-    timeline.gainCommand = cycleTime(99);
-    timeline.gainRequest = cycleTime(100);
+    for (const std::size_t cycle : {100U, 400U, 600U, 800U, 1000U}) {
+      timeline.takeovers.push_back({cycleTime(cycle - 1), cycleTime(cycle)});
+    }
     timeline.changeCommand = cycleTime(200);
     timeline.stopCommand = cycleTime(300);
-    timeline.againCommand = cycleTime(400);
-    timeline.killed = cycleTime(500);
+    timeline.killed = cycleTime(kKilled);
+  }
+
+  // From the second takeover, in cycle 402, to the end.
+  void finish() {
+    for (int more = 0; more < 3; ++more) routed.play(100 * 256, 0.4F).play(100 * 256);
+    routed.play(100 * 256, 0.4F).silence(256).skip(256).play(97 * 256);
   }
 };
 

@@ -24,11 +24,14 @@ TEST(Measure, ReadsAFaultlessRun) {
   EXPECT_DOUBLE_EQ(figures.levelAfter, 1.0);
   EXPECT_NEAR(figures.ratio(), 0.4, 1e-8);
   // The first frame at 40 % is the last of the cycle that ramps.
-  EXPECT_NEAR(figures.takeoverMs, 2 * kCycleMs, 1e-3);
-  EXPECT_NEAR(figures.commandMs, 3 * kCycleMs, 1e-3);
-  EXPECT_EQ(figures.gapFrames, 0U);
-  EXPECT_EQ(figures.addedLatencyFrames, 0);
-  EXPECT_EQ(figures.takeoverRampFrames, 256U);
+  ASSERT_EQ(figures.takeovers.size(), 5U);
+  for (const auto& takeover : figures.takeovers) {
+    EXPECT_NEAR(takeover.milliseconds, 2 * kCycleMs, 1e-3);
+    EXPECT_NEAR(takeover.commandMs, 3 * kCycleMs, 1e-3);
+    EXPECT_EQ(takeover.gapFrames, 0U);
+    EXPECT_EQ(takeover.addedLatencyFrames, 0);
+  }
+  EXPECT_EQ(figures.takeovers.front().rampFrames, 256U);
   EXPECT_EQ(figures.rampFrames, 256U);
   EXPECT_TRUE(figures.rampLinear);
   EXPECT_EQ(figures.releaseGapFrames, 0U);
@@ -45,11 +48,11 @@ TEST(Measure, ReadsAFaultlessRun) {
 TEST(Measure, CountsGapAndLatencyOfATakeover) {
   MadeUpRun run;
   run.routed = lab::Sound();
-  run.routed.play(102 * 256).silence(512).play(98 * 256, 0.4F).play(98 * 256, 0.8F).play(100 * 256);
-  run.routed.play(100 * 256, 0.4F).play(100 * 256);
+  run.routed.play(102 * 256).silence(512).play(98 * 256, 0.4F).play(100 * 256, 0.8F).play(100 * 256);
+  run.finish();
   const auto figures = measureRun(run);
-  EXPECT_EQ(figures.gapFrames, 512U);
-  EXPECT_EQ(figures.addedLatencyFrames, 512);
+  EXPECT_EQ(figures.takeovers.front().gapFrames, 512U);
+  EXPECT_EQ(figures.takeovers.front().addedLatencyFrames, 512);
   EXPECT_EQ(figures.rampFrames, 0U);
 }
 
@@ -58,8 +61,9 @@ TEST(Measure, CountsGapsOfTheControlStretch) {
   // The takeover ends four cycles after the request; the gap lies in the four cycles before it.
   run.routed = lab::Sound();
   run.routed.play(97 * 256).silence(256).skip(256).play(6 * 256).play(96 * 256, 0.4F).play(100 * 256, 0.8F);
-  run.routed.play(100 * 256).play(100 * 256, 0.4F).play(100 * 256);
-  EXPECT_EQ(measureRun(run).controlGapFrames, 256U);
+  run.routed.play(100 * 256);
+  run.finish();
+  EXPECT_EQ(measureRun(run).takeovers.front().controlGapFrames, 256U);
 }
 
 TEST(Measure, HearsAProgramThatIsPlayedTwice) {
@@ -71,7 +75,7 @@ TEST(Measure, HearsAProgramThatIsPlayedTwice) {
 TEST(Measure, SeesWhatHappensToTheOtherProgram) {
   MadeUpRun run;
   run.other = lab::Sound();
-  run.other.play(200 * 256).silence(100).skip(50).play(100 * 256, 0.9F).play(300 * 256);
+  run.other.play(200 * 256).silence(100).skip(50).play(100 * 256, 0.9F).play(900 * 256);
   const auto figures = measureRun(run);
   EXPECT_NEAR(figures.otherLowest, 0.9, 1e-7);
   EXPECT_DOUBLE_EQ(figures.otherHighest, 1.0);
@@ -82,7 +86,7 @@ TEST(Measure, SeesWhatHappensToTheOtherProgram) {
 TEST(Measure, KeepsTheOtherProgramsGapAfterTheKillApart) {
   MadeUpRun run;
   run.other = lab::Sound();
-  run.other.play(501 * 256).silence(256).play(100 * 256);
+  run.other.play((MadeUpRun::kKilled + 1) * 256).silence(256).play(100 * 256);
   const auto figures = measureRun(run);
   EXPECT_EQ(figures.otherDisturbedFrames, 0U);
   EXPECT_EQ(figures.otherKilledGapFrames, 256U);
