@@ -84,26 +84,25 @@ std::optional<double> fastestFan(const Value& smc) {
 }
 
 void addReading(AdvancedSample& sample, MetricID metric, std::optional<double> value, MetricUnit unit,
-                const char* detail) {
+                std::string_view detail) {
   if (!value) return;
-  sample.readings.emplace(metric, MetricReading(value, unit, std::string(kPowermetricsSource),
-                                                MetricState::Available, sample.timestamp, detail));
+  sample.readings.emplace(metric,
+                          MetricReading(value, unit, std::string(kPowermetricsSource), MetricState::Available,
+                                        sample.timestamp, std::string(detail)));
 }
 
-void addMachineReadings(AdvancedSample& sample, const PropertyListValue& root) {
+void addMachineReadings(AdvancedSample& sample, const PropertyListValue& root,
+                        const AdvancedDetails& details) {
   const Value smc = section(root, "smc");
   std::optional<double> watts = number(section(root, "processor"), "combined_power", kMilliwatts);
   if (watts) *watts /= 1000.0;
-  addReading(sample, MetricID::Gpu, gpuPercent(section(root, "gpu")), MetricUnit::Percent,
-             "GPU active residency reported by macOS");
-  addReading(sample, MetricID::PowerWatts, watts, MetricUnit::Watts,
-             "Estimated CPU, GPU and neural-engine power; not total wall power");
+  addReading(sample, MetricID::Gpu, gpuPercent(section(root, "gpu")), MetricUnit::Percent, details.gpu);
+  addReading(sample, MetricID::PowerWatts, watts, MetricUnit::Watts, details.powerWatts);
   addReading(sample, MetricID::CpuTemperature, number(smc, "cpu_die", kCelsius), MetricUnit::Celsius,
-             "CPU die sensor on supported hardware");
+             details.cpuTemperature);
   addReading(sample, MetricID::GpuTemperature, number(smc, "gpu_die", kCelsius), MetricUnit::Celsius,
-             "GPU die sensor on supported hardware");
-  addReading(sample, MetricID::FanRPM, fastestFan(smc), MetricUnit::Rpm,
-             "Fastest reported fan \u00B7 read only");
+             details.gpuTemperature);
+  addReading(sample, MetricID::FanRPM, fastestFan(smc), MetricUnit::Rpm, details.fanRPM);
 }
 
 // The task's pid as a 32-bit integer, a fraction cut off. A Boolean is a number here; a number that does not
@@ -145,7 +144,8 @@ void addProcess(AdvancedSample& sample, const PropertyListValue& task, const Pro
 
 }  // namespace
 
-AdvancedSample parse(std::string_view output, const ProcessIdentities& identities, Date at) {
+AdvancedSample parse(std::string_view output, const ProcessIdentities& identities, Date at,
+                     const AdvancedDetails& details) {
   const PropertyList document(lastDocument(output));
   const PropertyListValue root = document.root();
   if (!root.isDictionary()) throw corrupt();
@@ -153,7 +153,7 @@ AdvancedSample parse(std::string_view output, const ProcessIdentities& identitie
   AdvancedSample sample;
   sample.timestamp = at;
   sample.interval = 1.0;
-  addMachineReadings(sample, root);
+  addMachineReadings(sample, root, details);
   std::optional<double> interval = number(root, "elapsed_ns", kElapsedNanoseconds);
   if (interval) {
     *interval /= 1e9;

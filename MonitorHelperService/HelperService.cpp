@@ -12,8 +12,8 @@ namespace {
 
 SharedCollection::Collect collecting(const HelperServicePorts& ports) {
   return [&runner = ports.runner, &processes = ports.processes, &wallClock = ports.wallClock,
-          tool = ports.tool](std::uint32_t owner) {
-    return AdvancedCollector::sample({runner, processes, wallClock, tool}, owner);
+          tool = ports.tool, &details = ports.details](std::uint32_t owner) {
+    return AdvancedCollector::sample({runner, processes, wallClock, tool, details}, owner);
   };
 }
 

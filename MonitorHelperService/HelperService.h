@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "MonitorCore/AdvancedDetails.h"
 #include "MonitorCore/MonitorHelperProtocol.h"
 #include "MonitorCore/Ports/ProcessTable.h"
 #include "MonitorCore/Ports/SerialQueue.h"
@@ -26,6 +27,7 @@ struct HelperServicePorts {
   SerialQueueFactory& queues;
   const Clock& clock;  // monotonic; stands still during suspend
   SharedCollection::MayCollect mayCollect;
+  const AdvancedDetails& details = kMacAdvancedDetails;  // of the tool's platform
 };
 
 // What lives as long as the helper's process. main() keeps it in a static.

@@ -102,7 +102,7 @@ AdvancedSample AdvancedCollector::sample(const Ports& ports, std::uint32_t owner
                                "--sample-count", "1", "--sample-rate", "1000", "--format", "plist"},
                               kRunTimeoutSeconds);
   dropEnded(identities, ports.processes, owner);
-  return AdvancedParser::parse(output, identities, ports.wallClock.now());
+  return AdvancedParser::parse(output, identities, ports.wallClock.now(), ports.details);
 }
 
 }  // namespace monitor

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "MonitorCore/AdvancedDetails.h"
 #include "MonitorCore/AdvancedSample.h"
 #include "MonitorCore/Ports/ProcessTable.h"
 #include "MonitorCore/Ports/Time.h"
@@ -20,6 +21,7 @@ class AdvancedCollector {
     ProcessTable& processes;
     const WallClock& wallClock;
     std::string_view tool;  // path of the power-metrics tool, a constant of the platform
+    const AdvancedDetails& details = kMacAdvancedDetails;  // likewise
   };
 
   // The tool of macOS.

@@ -150,6 +150,23 @@ TEST(AdvancedParserTest, ReadingsCarrySourceUnitTimeAndDetail) {
   EXPECT_EQ(sample.interval, 1.0);
 }
 
+TEST(AdvancedParserTest, DetailsAreThoseOfThePlatformWhileTheSourceIsOne) {
+  const std::string output =
+      document(entry("gpu", dict(entry("idle_ratio", real("0.25")))) +
+               entry("processor", dict(entry("combined_power", integer("12345")))) +
+               entry("smc", dict(entry("cpu_die", real("55.5")) + entry("gpu_die", real("50")) +
+                                 entry("fans", array(dict(entry("speed", integer("2500"))))))));
+  const AdvancedSample sample = AdvancedParser::parse(output, {}, kAt, kLinuxAdvancedDetails);
+  const auto detail = [&](MetricID metric) { return sample.readings.at(metric).detail.value_or(""); };
+  EXPECT_EQ(detail(MetricID::Gpu), "Busiest engine of the busiest graphics card");
+  EXPECT_EQ(detail(MetricID::PowerWatts),
+            "Processor packages with their integrated graphics; not total wall power");
+  EXPECT_EQ(detail(MetricID::CpuTemperature), "Hottest processor package");
+  EXPECT_EQ(detail(MetricID::GpuTemperature), "Hottest graphics card");
+  EXPECT_EQ(detail(MetricID::FanRPM), "Fastest reported fan \xC2\xB7 read only");
+  for (const auto& [metric, reading] : sample.readings) EXPECT_EQ(reading.source, "Apple powermetrics");
+}
+
 TEST(AdvancedParserTest, IdleRatioWinsOverActiveRatioWhenBothAreValid) {
   const auto gpu = [](const std::string& idle, const std::string& active) {
     return value(parseEntries(entry("gpu", dict(entry("idle_ratio", idle) + entry("active_ratio", active)))),

@@ -193,6 +193,13 @@ TEST_F(AdvancedCollectorTest, ProcessThatBeganDuringTheRunIsMissing) {
   EXPECT_TRUE(sample().processes.empty());
 }
 
+TEST_F(AdvancedCollectorTest, DetailsAreThoseOfThePlatform) {
+  script("", propertyList("<key>gpu</key><dict><key>idle_ratio</key><real>0.5</real></dict>"));
+  const auto result =
+      AdvancedCollector::sample({runner, processes, wallClock, "/opt/tool", kLinuxAdvancedDetails}, 501);
+  EXPECT_EQ(result.readings.at(MetricID::Gpu).detail, std::string(kLinuxAdvancedDetails.gpu));
+}
+
 TEST_F(AdvancedCollectorTest, SampleIsDatedAfterTheRun) {
   script("", propertyList(""));
   runner.duringRun = [this](const ToolRun&) { time.advance(1.0); };
