@@ -10,6 +10,7 @@
 #include <csignal>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Tools/AudioLab/Players/PlayerOptions.h"
@@ -38,6 +39,7 @@ class Stream {
   Stream& operator=(const Stream&) = delete;
 
   void setActive(bool active) { pw_stream_set_active(stream_, active); }
+  [[nodiscard]] std::size_t index() const { return index_; }
 
  private:
   pw_properties* makeProperties() const {
@@ -54,7 +56,7 @@ class Stream {
     return properties;
   }
 
-  void connect() {
+  const spa_pod* pcmFormat(spa_pod_builder& builder) const {
     static constexpr std::array<std::uint32_t, 8> kPositions = {
         SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_FC, SPA_AUDIO_CHANNEL_LFE,
         SPA_AUDIO_CHANNEL_RL, SPA_AUDIO_CHANNEL_RR, SPA_AUDIO_CHANNEL_SL, SPA_AUDIO_CHANNEL_SR};
@@ -64,10 +66,23 @@ class Stream {
     format.rate = options_.rate;
     std::copy_n(kPositions.begin(), options_.channels, format.position);
     if (options_.channels == 1) format.position[0] = SPA_AUDIO_CHANNEL_MONO;
+    return spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &format);
+  }
+
+  // What a film player hands to a receiver that decodes by itself.
+  const spa_pod* encodedFormat(spa_pod_builder& builder) const {
+    spa_audio_info_iec958 format{};
+    format.codec = SPA_AUDIO_IEC958_CODEC_AC3;
+    format.rate = options_.rate;
+    return spa_format_audio_iec958_build(&builder, SPA_PARAM_EnumFormat, &format);
+  }
+
+  void connect() {
     std::array<std::uint8_t, 1024> memory{};
     spa_pod_builder builder{};
     spa_pod_builder_init(&builder, memory.data(), memory.size());
-    const spa_pod* parameters[] = {spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &format)};
+    const spa_pod* parameters[] = {index_ < options_.pcmStreams ? pcmFormat(builder)
+                                                                : encodedFormat(builder)};
     auto flags = PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS;
     if (options_.dontReconnect) flags = flags | PW_STREAM_FLAG_DONT_RECONNECT;
     pw_stream_connect(stream_, PW_DIRECTION_OUTPUT, PW_ID_ANY, static_cast<pw_stream_flags>(flags),
@@ -111,11 +126,13 @@ class Player {
           this);
     }
     context_ = pw_context_new(loop(), pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0);
-    core_ = pw_context_connect(context_, clientProperties(), 0);
+    retry_ = pw_loop_add_timer(
+        loop(), [](void* data, std::uint64_t) { static_cast<Player*>(data)->connectAgain(); }, this);
+    connect();
   }
   ~Player() {
-    streams_.clear();
-    if (core_ != nullptr) pw_core_disconnect(core_);
+    disconnect();
+    pw_loop_destroy_source(loop(), retry_);
     pw_context_destroy(context_);
     pw_main_loop_destroy(loop_);
   }
@@ -127,15 +144,6 @@ class Player {
       std::perror("vesk-lab-player: cannot connect to PipeWire");
       return 1;
     }
-    static const pw_core_events events = [] {
-      pw_core_events result{};
-      result.version = PW_VERSION_CORE_EVENTS;
-      result.error = [](void* data, std::uint32_t id, int, int code, const char*) {
-        if (id == PW_ID_CORE && code == -EPIPE) pw_main_loop_quit(static_cast<Player*>(data)->loop_);
-      };
-      return result;
-    }();
-    pw_core_add_listener(core_, &listener_, &events, this);
     for (unsigned i = 0; i < options_.streams; ++i) open();
     pw_loop_add_io(
         loop(), STDIN_FILENO, SPA_IO_IN | SPA_IO_HUP, false,
@@ -157,6 +165,54 @@ class Player {
     return properties;
   }
 
+  void connect() {
+    static const pw_core_events events = [] {
+      pw_core_events result{};
+      result.version = PW_VERSION_CORE_EVENTS;
+      result.error = [](void* data, std::uint32_t id, int, int code, const char*) {
+        if (id == PW_ID_CORE && code == -EPIPE) static_cast<Player*>(data)->lost();
+      };
+      return result;
+    }();
+    core_ = pw_context_connect(context_, clientProperties(), 0);
+    if (core_ != nullptr) pw_core_add_listener(core_, &listener_, &events, this);
+  }
+
+  void disconnect() {
+    streams_.clear();
+    if (core_ == nullptr) return;
+    spa_hook_remove(&listener_);
+    pw_core_disconnect(std::exchange(core_, nullptr));
+  }
+
+  void lost() {
+    if (!options_.reconnect) {
+      pw_main_loop_quit(loop_);
+      return;
+    }
+    if (lost_.empty()) {
+      for (const auto& stream : streams_) lost_.push_back(stream->index());
+    }
+    retrySoon();  // not from here: the connection may not end inside its own event
+  }
+
+  void retrySoon() {
+    timespec delay{0, 50'000'000};
+    pw_loop_update_timer(loop(), retry_, &delay, nullptr, false);
+  }
+
+  void connectAgain() {
+    disconnect();
+    connect();
+    if (core_ == nullptr) {
+      retrySoon();
+      return;
+    }
+    for (const std::size_t index : std::exchange(lost_, {})) {
+      streams_.push_back(std::make_unique<Stream>(core_, options_, index));
+    }
+  }
+
   void open() { streams_.push_back(std::make_unique<Stream>(core_, options_, opened_++)); }
 
   void readCommands() {
@@ -168,7 +224,9 @@ class Player {
   }
 
   void obey(const std::string& command) {
-    if (command == "open") {
+    if (command == "open" && core_ == nullptr) {
+      report("error - there is no audio server");
+    } else if (command == "open") {
       open();
     } else if (command == "close") {
       if (!streams_.empty()) streams_.pop_back();
@@ -187,6 +245,8 @@ class Player {
   pw_context* context_ = nullptr;
   pw_core* core_ = nullptr;
   spa_hook listener_{};
+  spa_source* retry_ = nullptr;
+  std::vector<std::size_t> lost_;  // streams to open again once there is a server
   CommandReader commands_;
   std::vector<std::unique_ptr<Stream>> streams_;
   std::size_t opened_ = 0;

@@ -25,6 +25,9 @@ PlayerOptions parsePlayerOptions(int argc, char** argv, const std::string& descr
   app.add_option("--target", options.target, "node name of the wanted output");
   app.add_flag("--dont-reconnect", options.dontReconnect, "streams that end with their target");
   app.add_flag("--dont-move", options.dontMove, "streams that may not be moved");
+  app.add_flag("--reconnect", options.reconnect, "plays on when the audio server is back (PipeWire only)");
+  app.add_option("--pcm-streams", options.pcmStreams,
+                 "streams opened after so many offer encoded sound only (PipeWire only)");
   app.add_option("--channel", options.channel, "the only channel with a signal")->check(CLI::Range(0, 7));
   app.add_option("--property", options.properties, "key=value of client and streams, may be repeated");
   try {

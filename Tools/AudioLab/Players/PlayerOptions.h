@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -17,6 +18,8 @@ struct PlayerOptions {
   std::string target;      // node name of the wanted output; empty: the default one
   bool dontReconnect = false;
   bool dontMove = false;
+  bool reconnect = false;             // outlives the audio server and plays on when that is back
+  std::size_t pcmStreams = SIZE_MAX;  // those opened later offer nothing but encoded sound, and play none
   int channel = -1;  // the only channel that carries the signal, the others are silent; -1: all
   std::vector<std::string> properties;  // "key=value", of the client and its streams
 };
