@@ -47,11 +47,14 @@ struct ParkingNode::Implementation {
   Implementation& operator=(const Implementation&) = delete;
 
   void connect(pw_core* core, spa_audio_info_raw format) {
+    // The last two keep the session manager from storing the node's volume, under a name that never comes
+    // back. 0.5 looks at the first; 0.4 takes that text for true and leaves alone only nodes whose volume a
+    // device keeps.
     stream = pw_stream_new(
         core, name.c_str(),
         pw_properties_new(PW_KEY_NODE_NAME, name.c_str(), PW_KEY_MEDIA_CLASS, "Audio/Input/Internal",
                           PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_NODE_AUTOCONNECT, "false", PW_KEY_NODE_VIRTUAL,
-                          "true", "state.restore-props", "false", nullptr));
+                          "true", "state.restore-props", "false", "device.routes", "1", nullptr));
     if (stream == nullptr)
       throw AudioCallError(audiostatus::kNoMemory, "The audio server's library makes no stream.");
     static const pw_stream_events events = makeEvents();
