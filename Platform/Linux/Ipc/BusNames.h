@@ -12,6 +12,11 @@ inline constexpr const char* kAudioDiagnosticsInterface = "app.vesk.native.Monit
 // The privileged helper is known on the system bus by MonitorServiceIdentity::helper.
 inline constexpr const char* kHelperPath = "/app/vesk/native/monitor_helper";
 inline constexpr const char* kHelperInterface = "app.vesk.native.MonitorHelper";
+inline constexpr const char* kHelperUnit = "vesk-helper.service";
+
+// The system's service manager.
+inline constexpr const char* kServiceManager = "org.freedesktop.systemd1";
+inline constexpr const char* kServiceManagerPath = "/org/freedesktop/systemd1";
 
 // The bus itself.
 inline constexpr const char* kBus = "org.freedesktop.DBus";
@@ -19,6 +24,8 @@ inline constexpr const char* kBusPath = "/org/freedesktop/DBus";
 
 // Errors, ours and the bus's.
 inline constexpr const char* kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
+inline constexpr const char* kInteractiveAuthorizationRequired =
+    "org.freedesktop.DBus.Error.InteractiveAuthorizationRequired";
 inline constexpr const char* kLimitsExceeded = "org.freedesktop.DBus.Error.LimitsExceeded";
 inline constexpr const char* kDisconnected = "org.freedesktop.DBus.Error.Disconnected";
 inline constexpr const char* kInvalidSignature = "org.freedesktop.DBus.Error.InvalidSignature";
