@@ -1,19 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <memory>
-
 #include "MonitorCore/MonitorAudioProtocol.h"
 #include "Platform/Linux/Ipc/Bus.h"
 #include "Platform/Linux/Ipc/PeerTable.h"
+#include "Platform/Linux/Ipc/ProtocolPeerSession.h"
 
 namespace monitor::platform {
 
-// A session that speaks the audio service's protocol.
-class AudioPeerSession : public PeerSession {
- public:
-  [[nodiscard]] virtual MonitorAudioProtocol& object() = 0;
-};
+using AudioPeerSession = ProtocolPeerSession<MonitorAudioProtocol>;
 
 // The audio service's object on the bus: the two interfaces, each method decoded and handed to the caller's
 // session. The bus's thread only.
