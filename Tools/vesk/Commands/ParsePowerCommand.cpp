@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <fmt/format.h>
-
 #include <chrono>
 #include <memory>
 #include <string>
@@ -9,10 +7,10 @@
 #include "MonitorCore/AudioApplication.h"
 #include "MonitorCore/Json/StrictJson.h"
 #include "MonitorCore/MonitorError.h"
+#include "Tools/vesk/AdvancedText.h"
 #include "Tools/vesk/CommandLine.h"
 #include "Tools/vesk/Commands/Commands.h"
 #include "Tools/vesk/Commands/InputFile.h"
-#include "Tools/vesk/Table.h"
 
 namespace monitor::vesk {
 namespace {
@@ -39,46 +37,12 @@ ProcessIdentities readIdentities(const std::string& path) {
   return identities;
 }
 
-std::string figure(std::optional<double> value) {
-  return value ? fmt::format("{:.6g}", *value) : "-";
-}
-
-void print(const AdvancedSample& sample, const Console& console) {
-  console.out << sample.statusDescription() << '\n';
-  if (!sample.readings.empty()) {
-    Table readings({{"READING"}, {"VALUE", Align::Right}, {"UNIT"}, {"DETAIL", Align::Left, true}});
-    for (const auto& [metric, reading] : sample.readings) {
-      readings.add({std::string(rawValue(metric)), figure(reading.value), std::string(rawValue(reading.unit)),
-                    reading.detail.value_or("")});
-    }
-    console.out << '\n' << readings.text(console.outTerminal);
-  }
-  if (!sample.processes.empty()) {
-    Table processes({{"PROCESS"},
-                     {"DOWNLOAD B/S", Align::Right},
-                     {"UPLOAD B/S", Align::Right},
-                     {"ENERGY", Align::Right}});
-    for (const AdvancedProcessReading& process : sample.processes) {
-      processes.add(
-          {process.key.id(), figure(process.download), figure(process.upload), figure(process.energy)});
-    }
-    console.out << '\n' << processes.text(console.outTerminal);
-  }
-}
-
 ExitCode parsePower(const Options& options, const Console& console) {
   const ProcessIdentities identities = readIdentities(options.identities);
   const std::string output = readInputFile(options.file);
   try {
     const AdvancedSample sample = AdvancedParser::parse(output, identities, now());
-    if (options.json) {
-      json::Writer status = json::Writer::object();
-      status.set("status", sample.statusDescription());
-      console.out << R"({"sample":)" << encodeAdvancedSample(sample) << ',' << status.text().substr(1)
-                  << '\n';
-    } else {
-      print(sample, console);
-    }
+    options.json ? printAdvancedJson(sample, console) : printAdvancedSample(sample, console);
   } catch (const MonitorError& error) {
     throw badInput(options.file, error.what());
   }
