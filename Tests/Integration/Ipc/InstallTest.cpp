@@ -68,6 +68,8 @@ TEST(Install, StagesForAPackageAndKeepsTheFinalPaths) {
   const auto file =
       run(place, "cat " + (stage / "opt/vesk/share/dbus-1/services").string() + "/*monitor-audio*");
   EXPECT_THAT(file.output, HasSubstr("Exec=/opt/vesk/libexec/vesk-monitor-audio\n"));
+  const auto unit = run(place, "cat " + (stage / "opt/vesk/lib/systemd/system/vesk-helper.service").string());
+  EXPECT_THAT(unit.output, HasSubstr("ExecStart=/opt/vesk/libexec/vesk-helper\n"));
 }
 
 }  // namespace

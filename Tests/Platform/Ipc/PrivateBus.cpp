@@ -22,6 +22,8 @@ std::string configuration(const fs::path& directory, const PrivateBus::Options& 
   std::string folders = "  <servicedir>" + (directory / "services").string() + "</servicedir>\n";
   for (const auto& folder : options.serviceFolders)
     folders += "  <servicedir>" + folder.string() + "</servicedir>\n";
+  std::string includes;
+  for (const auto& file : options.configurations) includes += "  <include>" + file.string() + "</include>\n";
   const std::string users = options.everyUser ? "    <allow user=\"*\"/>\n" : "";
   return R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -36,9 +38,8 @@ std::string configuration(const fs::path& directory, const PrivateBus::Options& 
     <allow eavesdrop="true"/>
     <allow own="*"/>
 )" + users +
-         options.policy +
-         R"(  </policy>
-  <limit name="max_incoming_bytes">1000000000</limit>
+         options.policy + "  </policy>\n" + includes +
+         R"(  <limit name="max_incoming_bytes">1000000000</limit>
   <limit name="max_outgoing_bytes">1000000000</limit>
   <limit name="max_message_size">1000000000</limit>
   <limit name="service_start_timeout">20000</limit>
@@ -65,8 +66,12 @@ PrivateBus::PrivateBus(const Options& options) : directory_(temporaryDirectory()
   }
   std::ofstream(directory_ / "bus.conf") << configuration(directory_, options);
   lab::SpawnOptions spawn;
-  spawn.command = {"dbus-daemon", "--nofork", "--nopidfile", "--print-address=1",
-                   "--config-file=" + (directory_ / "bus.conf").string()};
+  spawn.command = options.through;
+  for (const std::string& word :
+       {std::string("dbus-daemon"), std::string("--nofork"), std::string("--nopidfile"),
+        std::string("--print-address=1"), "--config-file=" + (directory_ / "bus.conf").string()}) {
+    spawn.command.push_back(word);
+  }
   spawn.environment = environment();
   spawn.log = directory_ / "log";
   spawn.talk = true;
@@ -102,6 +107,7 @@ pid_t PrivateBus::ownerOf(const std::string& name) const {
 lab::Environment PrivateBus::environment() const {
   auto result = lab::neutralEnvironment();
   result["DBUS_SESSION_BUS_ADDRESS"] = address_;
+  result["DBUS_SYSTEM_BUS_ADDRESS"] = address_;
   result["XDG_RUNTIME_DIR"] = directory_.string();
   result["HOME"] = directory_.string();
   result["LC_ALL"] = "C.UTF-8";

@@ -24,6 +24,10 @@ class PrivateBus {
     bool everyUser = false;
     // More policy rules of the configuration language, for everybody.
     std::string policy = {};
+    // Whole files of the configuration language, read last.
+    std::vector<std::filesystem::path> configurations = {};
+    // A command that the daemon is the last argument of, and that becomes it: "unshare", "--mount", …
+    std::vector<std::string> through = {};
   };
 
   PrivateBus() : PrivateBus(Options()) {}
@@ -35,7 +39,7 @@ class PrivateBus {
   [[nodiscard]] const std::string& address() const { return address_; }
   [[nodiscard]] platform::BusAddress busAddress() const { return {.explicitly = address_}; }
   [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
-  // For programs on the bus.
+  // For programs on the bus, which is their session bus and their system bus.
   [[nodiscard]] lab::Environment environment() const;
   [[nodiscard]] pid_t pid() const { return daemon_.pid(); }
   void kill() { daemon_.kill(); }
