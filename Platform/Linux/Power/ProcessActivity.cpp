@@ -2,6 +2,9 @@
 #include "Platform/Linux/Power/ProcessActivity.h"
 
 #include <dirent.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,15 +64,17 @@ void addDrmClient(const std::string& description, DrmClients& clients) {
   if (client) clients.insert(std::move(*client));
 }
 
-// Whether all descriptors were seen. `left` is what may still be looked at, of this process and of all.
+// Whether all descriptors were seen, which are at most `most`. What was looked at is taken from `left`.
 bool readDescriptors(const std::string& folder, std::size_t most, std::size_t& left,
                      ProcessActivity& activity) {
+  // Listing costs too: the kernel makes an entry for each descriptor that it lists.
+  if (most == 0) return false;
   const std::string descriptors = folder + "/fd";
   const Folder list(::opendir(descriptors.c_str()));
   if (list == nullptr) return false;
   while (const dirent* entry = ::readdir(list.get())) {
     if (entry->d_name[0] == '.') continue;
-    if (most == 0 || left == 0) {
+    if (most == 0) {
       activity.drmClients.clear();
       return false;
     }
@@ -92,28 +97,73 @@ std::optional<ProcessStat> statIn(const std::string& folder) {
   return stat && !stat->ended() ? stat : std::nullopt;
 }
 
+// A process on the way into the list.
+struct Found {
+  std::string folder;
+  ProcessActivity activity;
+  std::uint64_t descriptors = 0;  // 0 where the kernel does not say
+};
+
+bool isProcfs(const std::string& proc) {
+  struct statfs status {};
+  return ::statfs(proc.c_str(), &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
+}
+
+// The size of the folder, since Linux 6.2; before that it is 0.
+std::uint64_t descriptorCount(const std::string& folder) {
+  struct stat status {};
+  if (::stat((folder + "/fd").c_str(), &status) != 0 || status.st_size < 0) return 0;
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
+std::vector<Found> findProcesses(const std::string& proc) {
+  const bool countsDescriptors = isProcfs(proc);
+  std::vector<Found> list;
+  for (const std::int32_t pid : pidsBelow(proc)) {
+    Found found;
+    found.folder = proc + '/' + std::to_string(pid);
+    const auto stat = statIn(found.folder);
+    if (!stat) continue;
+    found.activity.pid = pid;
+    found.activity.startTicks = stat->startTicks;
+    found.activity.cpuTicks = stat->userTicks + stat->systemTicks;
+    found.activity.name = nameIn(found.folder);
+    if (countsDescriptors) found.descriptors = descriptorCount(found.folder);
+    list.push_back(std::move(found));
+  }
+  return list;
+}
+
+// Those with few descriptors first: whoever opens very many costs only himself.
+std::vector<Found*> byDescriptors(std::vector<Found>& list) {
+  std::vector<Found*> order;
+  for (Found& found : list) order.push_back(&found);
+  std::stable_sort(order.begin(), order.end(), [](const Found* one, const Found* other) {
+    return one->descriptors < other->descriptors;
+  });
+  return order;
+}
+
 }  // namespace
 
 std::vector<ProcessActivity> readProcessActivity(const std::string& proc, const ActivityLimits& limits) {
-  std::vector<ProcessActivity> list;
   const auto ownNetwork = readLink(proc + "/self/ns/net");
+  std::vector<Found> list = findProcesses(proc);
   std::size_t left = limits.descriptors;
-  for (const std::int32_t pid : pidsBelow(proc)) {
-    const std::string folder = proc + '/' + std::to_string(pid);
-    const auto stat = statIn(folder);
-    if (!stat) continue;
-    ProcessActivity activity;
-    activity.pid = pid;
-    activity.startTicks = stat->startTicks;
-    activity.cpuTicks = stat->userTicks + stat->systemTicks;
-    activity.name = nameIn(folder);
-    const bool sawAll = readDescriptors(folder, limits.descriptorsOfAProcess, left, activity);
-    activity.socketsKnown = sawAll && ownNetwork && readLink(folder + "/ns/net") == ownNetwork;
-    // What was read last belongs to the process that was read first only if that one is still there.
-    const auto still = statIn(folder);
-    if (still && still->startTicks == stat->startTicks) list.push_back(std::move(activity));
+  for (Found* found : byDescriptors(list)) {
+    const std::size_t most = std::min(limits.descriptorsOfAProcess, left);
+    const bool sawAll =
+        found->descriptors <= most && readDescriptors(found->folder, most, left, found->activity);
+    found->activity.socketsKnown = sawAll && ownNetwork && readLink(found->folder + "/ns/net") == ownNetwork;
   }
-  return list;
+  std::vector<ProcessActivity> result;
+  result.reserve(list.size());
+  for (Found& found : list) {
+    // What was read last belongs to the process that was read first only if that one is still there.
+    const auto still = statIn(found.folder);
+    if (still && still->startTicks == found.activity.startTicks) result.push_back(std::move(found.activity));
+  }
+  return result;
 }
 
 double cpuTicksPerSecond() {

@@ -54,8 +54,11 @@ std::optional<double> celsius(std::optional<double> millidegrees) {
 SensorChip readChip(const HostFiles& files, const std::string& folder) {
   SensorChip chip;
   chip.name = files.line(folder + "/name").value_or("");
+  // Others are not looked at: the sensor of a disk, for one, may wake it.
+  const bool wanted = isOneOf(kProcessorDrivers, chip.name) || isOneOf(kGraphicsDrivers, chip.name);
   for (const std::string& file : files.names(folder)) {
     if (const auto sensor = sensorName(file, "temp")) {
+      if (!wanted) continue;
       const std::string path = folder + '/' + *sensor;
       if (const auto value = celsius(reading(files, path)))
         chip.temperatures.push_back({files.line(path + "_label").value_or(""), *value});
@@ -72,8 +75,10 @@ void addThermalZones(const HostFiles& files, std::vector<SensorChip>& chips) {
   for (const std::string& name : files.names(kClass)) {
     if (!name.starts_with("thermal_zone")) continue;
     const std::string folder = std::string(kClass) + name;
-    const auto value = celsius(files.number(folder + "/temp"));
-    if (value) chips.push_back({files.line(folder + "/type").value_or(""), {{"", *value}}, {}});
+    const std::string type = files.line(folder + "/type").value_or("");
+    if (!isOneOf(kProcessorZones, type)) continue;
+    if (const auto value = celsius(files.number(folder + "/temp")))
+      chips.push_back({type, {{"", *value}}, {}});
   }
 }
 

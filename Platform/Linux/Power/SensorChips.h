@@ -20,9 +20,10 @@ struct SensorChip {
   std::vector<double> fans;  // revolutions per minute
 };
 
-// The hardware-monitoring class, followed by the thermal zones as chips with one temperature each. Sensors
-// that report a fault, are switched off or show what no sensor can, and chips of a device that is asleep,
-// which a look would wake, are left out.
+// The hardware-monitoring class, followed by the processors' thermal zones as chips with one temperature
+// each. Temperatures are those of processors and graphics cards alone. Sensors that report a fault, are
+// switched off or show what no sensor can, and chips of a device that is asleep, which a look would wake, are
+// left out.
 [[nodiscard]] std::vector<SensorChip> readSensorChips(const HostFiles& files);
 
 // The hottest processor package; where the driver knows no package, the hottest of its sensors.

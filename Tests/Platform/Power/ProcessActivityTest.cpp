@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 
 #include "Tests/Platform/Host/HostTree.h"
 
@@ -125,8 +127,9 @@ TEST_F(ProcessActivityTest, DescriptorsOfTheWholeMachineAreBounded) {
   for (int number = 0; number < 5; ++number) descriptor(9, number, "socket:[1]");
   descriptor(10, 3, "socket:[1]");
   const auto all = read({.descriptorsOfAProcess = 10, .descriptors = 6});
-  EXPECT_TRUE(all[1].socketsKnown);
+  EXPECT_TRUE(all[0].socketsKnown && all[1].socketsKnown);
   const auto cut = read({.descriptorsOfAProcess = 10, .descriptors = 5});
+  ASSERT_EQ(cut.size(), 2U);
   EXPECT_TRUE(cut[0].socketsKnown);
   EXPECT_FALSE(cut[1].socketsKnown);
 }
@@ -175,6 +178,37 @@ TEST(LiveProcessActivityTest, ThisProcessIsAmongTheLiveOnes) {
   EXPECT_TRUE(own->socketsKnown);
   EXPECT_GT(own->startTicks, 0U);
   EXPECT_FALSE(own->name.empty());
+}
+
+// This process and a child with a few hundred descriptors more.
+TEST(LiveProcessActivityTest, ProcessWithManyDescriptorsIsNotEvenListed) {
+  struct stat status {};
+  ASSERT_EQ(::stat("/proc/self/fd", &status), 0);
+  if (status.st_size == 0) GTEST_SKIP() << "this kernel does not tell the number of descriptors";
+  std::array<int, 2> ready{};
+  std::array<int, 2> end{};
+  ASSERT_EQ(::pipe2(ready.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(::pipe2(end.data(), O_CLOEXEC), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    for (int count = 0; count < 300; ++count) (void)!::dup(ready[0]);
+    (void)!::write(ready[1], "x", 1);
+    ::close(end[1]);
+    char byte = 0;
+    (void)!::read(end[0], &byte, 1);
+    ::_exit(0);
+  }
+  char byte = 0;
+  ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+  const auto list = readProcessActivity("/proc", {.descriptorsOfAProcess = 200, .descriptors = 40'000});
+  const auto known = [&](pid_t pid) {
+    return std::any_of(list.begin(), list.end(),
+                       [&](const auto& process) { return process.pid == pid && process.socketsKnown; });
+  };
+  EXPECT_TRUE(known(::getpid()));
+  EXPECT_FALSE(known(child));
+  for (const int descriptor : {ready[0], ready[1], end[0], end[1]}) ::close(descriptor);
+  ::waitpid(child, nullptr, 0);
 }
 
 }  // namespace
