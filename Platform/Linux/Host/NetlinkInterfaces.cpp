@@ -7,7 +7,9 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <span>
 
 #include "Platform/Linux/Host/LinkMessages.h"
 
@@ -62,7 +64,7 @@ std::vector<InterfaceCounter> NetlinkInterfaces::counters() {
   const Socket socket;
   if (socket.get() < 0 || !askForLinks(socket.get())) return {};
   ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kReceiveTimeout, sizeof kReceiveTimeout);
-  std::vector<std::byte> buffer(kDatagram);
+  alignas(nlmsghdr) std::array<std::byte, kDatagram> buffer;
   LinkDump dump;
   while (!dump.done && !dump.failed) {
     const ssize_t count = ::recv(socket.get(), buffer.data(), buffer.size(), 0);

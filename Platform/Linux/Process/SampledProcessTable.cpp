@@ -2,9 +2,12 @@
 #include "Platform/Linux/Process/SampledProcessTable.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <charconv>
 #include <set>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "Platform/Linux/Process/ProcessStat.h"
@@ -14,28 +17,26 @@ namespace {
 
 // Seconds. Listed anyway, for what takes a pid of its choice when it is restored.
 constexpr double kListingPeriod = 10.0;
-// A process has its pid a little before it can be seen: after a change one more pass lists them.
-constexpr int kQuietPassesNeeded = 2;
+// More pids than this and than there are processes are not looked at one by one.
+constexpr std::size_t kFewestProbes = 64;
 // Seconds between two checks of a process that did not run, each with a period of its own so that they spread
 // out.
 constexpr double kShortestPeriod = 240.0;
 constexpr std::int32_t kPeriods = 61;
 
+using RunsBuffer = std::array<char, 72>;  // three numbers of twenty digits
 using StatBuffer = std::array<char, 4096>;
 using FigureBuffer = std::array<char, 1024>;
 using StatusBuffer = std::array<char, 64U << 10U>;
 
-// The last word of loadavg: the pid that was given last, of a thread or of a process.
-std::optional<std::string_view> lastPidIn(std::string_view loadavg) {
+// The last word of loadavg: the pid that was given last, to a thread or to a process.
+std::optional<std::int32_t> lastPidIn(std::string_view loadavg) {
   loadavg = loadavg.substr(0, loadavg.find('\n'));
-  const std::size_t blank = loadavg.rfind(' ');
-  if (blank == std::string_view::npos) return std::nullopt;
-  return loadavg.substr(blank + 1);
-}
-
-// Kernels that do not count say "0 0 0", and so does one that counts for a process that never ran yet.
-bool countsRuns(std::string_view schedstat) {
-  return !schedstat.empty() && !schedstat.starts_with("0 ");
+  const std::string_view word = loadavg.substr(loadavg.rfind(' ') + 1);
+  std::int32_t pid = 0;
+  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), pid);
+  if (error != std::errc() || end != word.data() + word.size() || pid <= 0) return std::nullopt;
+  return pid;
 }
 
 }  // namespace
@@ -52,11 +53,8 @@ SampledProcessTable::SampledProcessTable(Settings settings, std::shared_ptr<Boot
 
 std::vector<std::int32_t> SampledProcessTable::allPids() {
   beginPass();
-  const bool listing = processesMayBeNew();
-  if (listing) {
-    pids_ = proc_.pids();
-    lastListing_ = now_;
-  }
+  const bool listing = !addNewPids(lastPid());
+  if (listing) list();
   for (const std::int32_t pid : pids_) {
     if (Process* process = find(pid)) look(pid, *process);
   }
@@ -78,13 +76,37 @@ void SampledProcessTable::beginPass() {
   swapInUse_ = memory && isSwapInUse(*memory);
 }
 
-bool SampledProcessTable::processesMayBeNew() {
+std::optional<std::int32_t> SampledProcessTable::lastPid() const {
   FigureBuffer buffer;
   const auto text = proc_.read("loadavg", buffer);
-  const auto lastPid = text ? lastPidIn(*text) : std::nullopt;
-  quietPasses_ = lastPid && *lastPid == lastPid_ ? std::min(quietPasses_ + 1, kQuietPassesNeeded) : 0;
-  lastPid_ = lastPid.value_or(std::string_view());
-  return quietPasses_ < kQuietPassesNeeded || now_ - lastListing_ >= kListingPeriod || now_ < lastListing_;
+  return text ? lastPidIn(*text) : std::nullopt;
+}
+
+bool SampledProcessTable::addNewPids(std::optional<std::int32_t> last) {
+  const auto begin = std::exchange(lastPidBefore_, lastPid_);
+  lastPid_ = last;
+  if (!begin || !last || now_ < lastListing_ || now_ - lastListing_ >= kListingPeriod) return false;
+  // Where they started over, and where there are so many that a listing is cheaper.
+  if (*last < *begin || static_cast<std::size_t>(*last - *begin) > kFewestProbes + pids_.size()) return false;
+  for (std::int32_t pid = *begin + 1; pid <= *last; ++pid) {
+    const auto place = std::lower_bound(pids_.begin(), pids_.end(), pid);
+    if ((place == pids_.end() || *place != pid) && isProcess(pid)) pids_.insert(place, pid);
+  }
+  return true;
+}
+
+// Threads other than the first cannot be listed, but can be opened like processes.
+bool SampledProcessTable::isProcess(std::int32_t pid) const {
+  if (!proc_.owner(pid)) return false;
+  StatusBuffer buffer;
+  const auto status = proc_.read(pid, "status", buffer);
+  return !status || numberBehind(*status, "Tgid:").value_or(0) == static_cast<std::uint64_t>(pid);
+}
+
+void SampledProcessTable::list() {
+  pids_ = proc_.pids();
+  std::sort(pids_.begin(), pids_.end());
+  lastListing_ = now_;
 }
 
 void SampledProcessTable::forgetUnlisted() {
@@ -127,15 +149,30 @@ void SampledProcessTable::look(std::int32_t pid, Process& process) {
 SampledProcessTable::Activity SampledProcessTable::activityOf(std::int32_t pid, Process& process) const {
   // The file is the first thread's alone.
   if (process.threads != 1) return Activity::Ran;
-  Schedule now;
+  RunsBuffer buffer;
   const auto text =
-      process.schedstat ? readAgain(*process.schedstat, now.text) : proc_.read(pid, "schedstat", now.text);
+      process.schedstat ? readAgain(*process.schedstat, buffer) : proc_.read(pid, "schedstat", buffer);
   if (!text) return process.schedstat && errno == ESRCH ? Activity::Ended : Activity::Ran;
-  now.size = text->size();
-  const std::string_view before(process.schedule.text.data(), process.schedule.size);
-  const bool idle = *text == before && countsRuns(*text);
-  if (!idle) process.schedule = now;
+  const auto runs = runsIn(*text);
+  const bool idle = runs && runs == process.runs;
+  process.runs = runs;
   return idle ? Activity::Idle : Activity::Ran;
+}
+
+// "run time, time waited for a processor, run count". Kernels that do not count say "0 0 0", and so does one
+// that does of a process that has not run yet.
+std::optional<SampledProcessTable::Runs> SampledProcessTable::runsIn(std::string_view schedstat) {
+  Runs runs;
+  std::uint64_t waited = 0;
+  const char* begin = schedstat.data();
+  const char* end = begin + schedstat.size();
+  for (std::uint64_t* number : {&runs.nanoseconds, &waited, &runs.count}) {
+    const auto [rest, error] = std::from_chars(begin, end, *number);
+    if (error != std::errc()) return std::nullopt;
+    begin = rest != end ? rest + 1 : rest;
+  }
+  if (runs.nanoseconds == 0) return std::nullopt;
+  return runs;
 }
 
 SampledProcessTable::Process* SampledProcessTable::find(std::int32_t pid) {
@@ -161,7 +198,9 @@ SampledProcessTable::Process* SampledProcessTable::current(std::int32_t pid) {
 }
 
 SampledProcessTable::Process* SampledProcessTable::admit(std::int32_t pid) {
-  if (proc_.owner(pid) != settings_.owner) return nullptr;
+  const auto owner = proc_.owner(pid);
+  if (!owner) ended_.push_back(pid);
+  if (owner != settings_.owner) return nullptr;
   Process& process = processes_[pid];
   process.pass = pass_;
   watch(pid, process);
@@ -177,7 +216,8 @@ SampledProcessTable::Process* SampledProcessTable::admit(std::int32_t pid) {
 void SampledProcessTable::watch(std::int32_t pid, Process& process) {
   FileDescriptor file = proc_.open(pid, "schedstat");
   if (!file.valid()) return;
-  if (const auto text = readAgain(file, process.schedule.text)) process.schedule.size = text->size();
+  RunsBuffer buffer;
+  if (const auto text = readAgain(file, buffer)) process.runs = runsIn(*text);
   if (kept_ >= settings_.keptDescriptors) return;
   process.schedstat.emplace(std::move(file));
   ++kept_;

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -26,8 +26,8 @@ namespace monitor::platform {
 //
 //   - A process with one thread whose run time and run count in schedstat did not change has not run. Its CPU
 //     time, its disk bytes and its descriptors are what they were.
-//   - Nothing starts without the last pid in loadavg changing: as long as it does not, the listing is the
-//     last one without those that ended.
+//   - Pids are given in order, and loadavg says which was the last. New processes are looked for among those
+//     given since, and everything is listed only when they have started over, and every ten seconds.
 //
 // What can change without either is read again when the process is twice as old as last time, and at least
 // every five minutes: the unit it belongs to, and memory that the kernel took from it. Kernels without
@@ -59,17 +59,18 @@ class SampledProcessTable final : public ProcessTable {
   bool mayHaveNewIdentity(std::int32_t pid) override;
 
  private:
-  // What the scheduler said of a process, as it said it.
-  struct Schedule {
-    std::array<char, 72> text{};
-    std::size_t size = 0;
+  // How long and how often a process ran; nothing where the kernel does not count.
+  struct Runs {
+    std::uint64_t nanoseconds = 0;
+    std::uint64_t count = 0;
+    friend bool operator==(const Runs&, const Runs&) = default;
   };
   struct Process {
     std::optional<FileDescriptor> schedstat;
-    Schedule schedule;        // read before everything else of the pass
-    std::uint64_t pass = 0;   // the last one that saw it
-    bool read = false;        // what was read of it still holds
-    bool newIdentity = true;  // in this pass
+    std::optional<Runs> runs;  // read before everything else of the pass
+    std::uint64_t pass = 0;    // the last one that saw it
+    bool read = false;         // what was read of it still holds
+    bool newIdentity = true;   // in this pass
     std::int64_t threads = 0;
     std::int32_t terminal = 0;
     std::size_t program = 0;
@@ -83,13 +84,17 @@ class SampledProcessTable final : public ProcessTable {
   enum class Outcome : std::uint8_t { Read, Ended, Other };  // the last: not the process it was, or not ours
 
   void beginPass();
-  // Reads the last pid, so that it is older than the listing that may follow.
-  [[nodiscard]] bool processesMayBeNew();
+  [[nodiscard]] std::optional<std::int32_t> lastPid() const;
+  // False when only a listing can tell which processes are new.
+  [[nodiscard]] bool addNewPids(std::optional<std::int32_t> last);
+  [[nodiscard]] bool isProcess(std::int32_t pid) const;
+  void list();
   void forgetUnlisted();
   // Their parent is another one now, although they did not run.
   void rereadOrphans();
   // Notes what has to be read again of a process.
   void look(std::int32_t pid, Process& process);
+  [[nodiscard]] static std::optional<Runs> runsIn(std::string_view schedstat);
   [[nodiscard]] Activity activityOf(std::int32_t pid, Process& process) const;
   [[nodiscard]] Process* find(std::int32_t pid);
   // The process with everything of it read for this pass; none when there is none of this user.
@@ -110,12 +115,14 @@ class SampledProcessTable final : public ProcessTable {
   ProcFolder proc_;
   ListeningPorts ports_;
   std::unordered_map<std::int32_t, Process> processes_;
-  std::vector<std::int32_t> pids_;
+  std::vector<std::int32_t> pids_;   // ascending
   std::vector<std::int32_t> ended_;  // since the last pass began
-  std::string lastPid_;              // as loadavg says it
-  int quietPasses_ = 0;              // with that last pid
-  double lastListing_ = 0.0;         // uptime
-  double now_ = 0.0;                 // uptime at the beginning of the pass
+  // As loadavg said in the last pass and in the one before. A process has its pid a little before it can be
+  // seen: every pid is looked at in two passes.
+  std::optional<std::int32_t> lastPid_;
+  std::optional<std::int32_t> lastPidBefore_;
+  double lastListing_ = 0.0;  // uptime
+  double now_ = 0.0;          // uptime at the beginning of the pass
   std::uint64_t pass_ = 0;
   std::size_t kept_ = 0;
   bool swapInUse_ = false;

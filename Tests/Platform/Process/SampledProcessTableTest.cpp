@@ -164,15 +164,46 @@ TEST_F(SampledProcessTableTest, UnreadableMemoryIsWhatIsResident) {
   EXPECT_EQ(table.usage(43)->memory, 200U * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)));
 }
 
-TEST_F(SampledProcessTableTest, ListingIsRepeatedWhenTheLastPidChanges) {
-  lastPid(100);
-  for (int pass = 0; pass < 4; ++pass) EXPECT_EQ(pids(), (std::vector<std::int32_t>{42}));
-  process(43);
+TEST_F(SampledProcessTableTest, NewProcessesAreThoseAfterTheLastPid) {
+  lastPid(60);
+  for (int pass = 0; pass < 3; ++pass) EXPECT_EQ(pids(), (std::vector<std::int32_t>{42}));
+  process(50);
   EXPECT_EQ(pids(), (std::vector<std::int32_t>{42})) << "nobody can have started without a pid";
-  lastPid(101);
-  EXPECT_EQ(pids(), (std::vector<std::int32_t>{42, 43}));
-  process(44);  // has its pid already, but can be seen only now
-  EXPECT_EQ(pids(), (std::vector<std::int32_t>{42, 43, 44}));
+  process(61).process(63);
+  lastPid(63);
+  EXPECT_EQ(pids(), (std::vector<std::int32_t>{42, 61, 63}));
+  process(62);  // had its pid before, but can be seen only now
+  EXPECT_EQ(pids(), (std::vector<std::int32_t>{42, 61, 62, 63}));
+}
+
+TEST_F(SampledProcessTableTest, ThreadThatTookAPidIsNotAProcess) {
+  lastPid(60);
+  for (int pass = 0; pass < 3; ++pass) (void)pids();
+  process(61).process(62);
+  tree.file(ProcTree::name(61, "status"), "Name:\tprogram\nTgid:\t42\n")
+      .file(ProcTree::name(62, "status"), "Name:\tprogram\nTgid:\t62\n");
+  lastPid(62);
+  EXPECT_EQ(pids(), (std::vector<std::int32_t>{42, 62}));
+}
+
+TEST_F(SampledProcessTableTest, EverythingIsListedWhenPidsStartOver) {
+  lastPid(32'000);
+  for (int pass = 0; pass < 3; ++pass) (void)pids();
+  process(5).process(32'005);
+  lastPid(5);
+  EXPECT_EQ(pids(), (std::vector<std::int32_t>{5, 42, 32'005}));
+}
+
+TEST_F(SampledProcessTableTest, EverythingIsListedWhenManyHaveStarted) {
+  lastPid(60);
+  for (int pass = 0; pass < 3; ++pass) (void)pids();
+  process(30);  // found only by a listing
+  process(100);
+  lastPid(100);
+  EXPECT_EQ(pids(), (std::vector<std::int32_t>{42, 100}));
+  process(20'000);
+  lastPid(20'000);
+  EXPECT_EQ(pids(), (std::vector<std::int32_t>{30, 42, 100, 20'000}));
 }
 
 TEST_F(SampledProcessTableTest, ListingIsRepeatedEveryTenSecondsAnyway) {
