@@ -3,8 +3,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
@@ -15,27 +18,66 @@ namespace {
 
 constexpr std::size_t kNone = ProcessForest::kNone;
 
-// The members of one app, in input order.
 struct Group {
   std::string id;
-  std::vector<std::size_t> members;
   std::size_t representative = kNone;
+  std::size_t begin = 0;  // of its members among all
+  std::size_t size = 0;
 };
 
-// The apps in the order of their first members. A map would hand them over in the order of its buckets, and
-// reading the members would jump through the whole sample: that is what a large sample spends its time on.
-std::vector<Group> groupsOf(const std::vector<ProcessSample>& processes,
-                            const std::vector<std::size_t>& holders) {
-  std::vector<Group> groups;
-  std::unordered_map<std::string, std::size_t> numbers;
-  numbers.reserve(processes.size());
+// The apps in the order of their first members, and the members app by app, each in input order. A map would
+// hand the apps over in the order of its buckets, and reading the members would jump through the whole
+// sample: that is what a large sample spends its time on.
+struct Groups {
+  std::vector<Group> list;
+  std::vector<std::size_t> members;
+};
+
+// Whether no two fallback identities of the sample are equal, and no bundle is called like one. It is always
+// so, unless somebody makes the sample up.
+bool fallbackIdentitiesAreUnique(const std::vector<ProcessSample>& processes, const ProcessForest& forest) {
+  for (std::size_t index = 0; index < processes.size(); ++index) {
+    const auto& bundleID = processes[index].bundleID;
+    if (forest.isRepeat(index) || (bundleID && bundleID->starts_with("process:"))) return false;
+  }
+  return true;
+}
+
+Groups groupsOf(const std::vector<ProcessSample>& processes, const std::vector<std::size_t>& holders,
+                bool uniqueFallbacks) {
+  Groups groups;
+  groups.list.reserve(processes.size());  // the keys below refer to its texts
+  std::unordered_map<std::string_view, std::size_t> numbers;
+  std::vector<std::size_t> groupOf(processes.size());
   for (std::size_t index = 0; index < processes.size(); ++index) {
     const std::size_t holder = holders[index];
-    std::string id = holder == kNone ? fallbackIdentity(processes[index].key) : *processes[holder].bundleID;
-    const auto [number, isNew] = numbers.try_emplace(std::move(id), groups.size());
-    if (isNew) groups.push_back({number->first, {}, kNone});
-    groups[number->second].members.push_back(index);
-    groups[number->second].representative = holder == kNone ? index : holder;
+    const bool fallback = holder == kNone;
+    std::size_t number = groups.list.size();
+    if (fallback && uniqueFallbacks) {
+      groups.list.push_back({fallbackIdentity(processes[index].key)});
+    } else {
+      std::string id = fallback ? fallbackIdentity(processes[index].key) : *processes[holder].bundleID;
+      const auto known = numbers.find(id);
+      if (known != numbers.end()) {
+        number = known->second;
+      } else {
+        groups.list.push_back({std::move(id)});
+        numbers.emplace(groups.list.back().id, number);
+      }
+    }
+    groupOf[index] = number;
+    groups.list[number].representative = fallback ? index : holder;
+    ++groups.list[number].size;
+  }
+  std::size_t begin = 0;
+  for (Group& group : groups.list) {
+    group.begin = begin;
+    begin += std::exchange(group.size, 0);
+  }
+  groups.members.resize(processes.size());
+  for (std::size_t index = 0; index < processes.size(); ++index) {
+    Group& group = groups.list[groupOf[index]];
+    groups.members[group.begin + group.size++] = index;
   }
   return groups;
 }
@@ -47,8 +89,8 @@ bool passes(const ProcessForest& forest, std::size_t index, std::size_t end, std
 }
 
 // For every process the index of the one whose bundle it counts toward, kNone where there is none.
-std::vector<std::size_t> bundleHolders(const std::vector<ProcessSample>& processes) {
-  const ProcessForest forest(processes);
+std::vector<std::size_t> bundleHolders(const std::vector<ProcessSample>& processes,
+                                       const ProcessForest& forest) {
   std::vector<bool> hasBundle(processes.size());
   for (std::size_t index = 0; index < processes.size(); ++index) {
     hasBundle[index] = processes[index].bundleID.has_value();
@@ -69,8 +111,8 @@ std::vector<std::size_t> bundleHolders(const std::vector<ProcessSample>& process
 }
 
 template <class Field>
-std::optional<double> sum(const std::vector<ProcessSample>& processes,
-                          const std::vector<std::size_t>& members, Field ProcessSample::*field) {
+std::optional<double> sum(const std::vector<ProcessSample>& processes, std::span<const std::size_t> members,
+                          Field ProcessSample::*field) {
   std::optional<double> total;
   for (const std::size_t member : members) {
     const std::optional<double>& value = processes[member].*field;
@@ -80,24 +122,23 @@ std::optional<double> sum(const std::vector<ProcessSample>& processes,
 }
 
 // Takes the members out of `processes`.
-AppUsage makeRow(Group& group, std::vector<ProcessSample>& processes) {
+AppUsage makeRow(Group& group, std::span<std::size_t> members, std::vector<ProcessSample>& processes) {
   const ProcessSample& representative = processes[group.representative];
   AppUsage row{
       std::move(group.id), representative.name, representative.bundleID, {}, {}, 0, {}, {}, {}, {}, {}};
-  row.cpu = sum(processes, group.members, &ProcessSample::cpu);
-  row.diskRead = sum(processes, group.members, &ProcessSample::diskRead);
-  row.diskWrite = sum(processes, group.members, &ProcessSample::diskWrite);
-  row.download = sum(processes, group.members, &ProcessSample::download);
-  row.upload = sum(processes, group.members, &ProcessSample::upload);
-  row.energy = sum(processes, group.members, &ProcessSample::energy);
-  for (const std::size_t member : group.members) row.memory += processes[member].memory;  // wraps around
+  row.cpu = sum(processes, members, &ProcessSample::cpu);
+  row.diskRead = sum(processes, members, &ProcessSample::diskRead);
+  row.diskWrite = sum(processes, members, &ProcessSample::diskWrite);
+  row.download = sum(processes, members, &ProcessSample::download);
+  row.upload = sum(processes, members, &ProcessSample::upload);
+  row.energy = sum(processes, members, &ProcessSample::energy);
+  for (const std::size_t member : members) row.memory += processes[member].memory;  // wraps around
 
-  std::stable_sort(group.members.begin(), group.members.end(),
-                   [&processes](std::size_t left, std::size_t right) {
-                     return processes[left].key.pid < processes[right].key.pid;
-                   });
-  row.processes.reserve(group.members.size());
-  for (const std::size_t member : group.members) row.processes.push_back(std::move(processes[member]));
+  std::stable_sort(members.begin(), members.end(), [&processes](std::size_t left, std::size_t right) {
+    return processes[left].key.pid < processes[right].key.pid;
+  });
+  row.processes.reserve(members.size());
+  for (const std::size_t member : members) row.processes.push_back(std::move(processes[member]));
   return row;
 }
 
@@ -123,10 +164,15 @@ std::vector<AppUsage> sorted(std::vector<AppUsage> rows) {
 }  // namespace
 
 std::vector<AppUsage> group(std::vector<ProcessSample> processes) {
-  std::vector<Group> groups = groupsOf(processes, bundleHolders(processes));
+  const ProcessForest forest(processes);
+  Groups groups =
+      groupsOf(processes, bundleHolders(processes, forest), fallbackIdentitiesAreUnique(processes, forest));
+  const std::span<std::size_t> members(groups.members);
   std::vector<AppUsage> rows;
-  rows.reserve(groups.size());
-  for (Group& group : groups) rows.push_back(makeRow(group, processes));
+  rows.reserve(groups.list.size());
+  for (Group& group : groups.list) {
+    rows.push_back(makeRow(group, members.subspan(group.begin, group.size), processes));
+  }
   return sorted(std::move(rows));
 }
 

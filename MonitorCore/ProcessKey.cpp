@@ -1,11 +1,35 @@
 // SPDX-License-Identifier: MIT
 #include "MonitorCore/ProcessKey.h"
 
+#include <array>
+#include <charconv>
+#include <string_view>
+
 namespace monitor {
 
-std::string ProcessKey::id() const { return std::to_string(pid) + ':' + std::to_string(start); }
+namespace {
 
-std::string fallbackIdentity(const ProcessKey& key) { return "process:" + key.id(); }
+template <class Number>
+void append(std::string& text, Number number) {
+  std::array<char, 24> digits;
+  text.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
+}
+
+std::string textOf(std::string_view prefix, const ProcessKey& key) {
+  std::string text;
+  text.reserve(40);  // the longest there is, in one piece: one is made for every process of every sample
+  text += prefix;
+  append(text, key.pid);
+  text += ':';
+  append(text, key.start);
+  return text;
+}
+
+}  // namespace
+
+std::string ProcessKey::id() const { return textOf("", *this); }
+
+std::string fallbackIdentity(const ProcessKey& key) { return textOf("process:", key); }
 
 }  // namespace monitor
 

@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <string_view>
+#include <utility>
 
 #include "MonitorCore/AppAggregator.h"
 #include "MonitorCore/Utf8.h"
@@ -81,7 +82,7 @@ MonitorSnapshot NativeMonitorCollector::sample(bool includeProjects) {
   }
   previousUptime_ = snapshot.uptime;
   snapshot.interval = elapsed > 0.0 && elapsed <= kLongestGap ? elapsed : 0.0;
-  snapshot.apps = AppAggregator::group(listing.processes);
+  snapshot.apps = AppAggregator::group(std::move(listing.processes));
   snapshot.accessories = accessoryReadings_;
   snapshot.restrictedProcessCount = listing.restricted;
   return snapshot;
@@ -209,50 +210,54 @@ void NativeMonitorCollector::refreshAccessories() {
 
 NativeMonitorCollector::Listing NativeMonitorCollector::readProcesses(double uptime, bool includeProjects) {
   ++pass_;
+  seen_ = 0;
+  const Pass pass{uptime, ports_.system.userIdentifier(), ports_.processes.cpuTimeUnitNanoseconds(),
+                  includeProjects};
+  const std::vector<std::int32_t> pids = ports_.processes.allPids();
   Listing listing;
-  for (const std::int32_t pid : ports_.processes.allPids()) {
-    if (pid <= 0) continue;
-    if (auto process = readProcess(pid, uptime, includeProjects, listing.restricted)) {
-      listing.processes.push_back(std::move(*process));
-    }
+  listing.processes.reserve(pids.size());
+  for (const std::int32_t pid : pids) {
+    if (pid > 0) readProcess(pid, pass, listing);
   }
-  std::erase_if(processRates_, [this](const auto& entry) { return entry.second.pass != pass_; });
+  forgetEndedProcesses();
   if (identities_.size() > kMostIdentities) identities_.clear();
   return listing;
 }
 
-std::optional<ProcessSample> NativeMonitorCollector::readProcess(std::int32_t pid, double uptime,
-                                                                 bool includeProjects,
-                                                                 std::int64_t& restricted) {
+void NativeMonitorCollector::forgetEndedProcesses() {
+  if (seen_ == processRates_.size()) return;
+  std::erase_if(processRates_, [this](const auto& entry) { return entry.second.pass != pass_; });
+}
+
+void NativeMonitorCollector::readProcess(std::int32_t pid, const Pass& pass, Listing& listing) {
   const auto info = processInfo(ports_.processes, pid);
-  if (!info || info->owner != ports_.system.userIdentifier()) return std::nullopt;
+  if (!info || info->owner != pass.owner) return;
   const auto usage = ports_.processes.usage(pid);
   if (!usage) {
-    ++restricted;
-    return std::nullopt;
+    ++listing.restricted;
+    return;
   }
-  ProcessSample sample;
+  Known& known = processRates_[info->key];
+  if (known.pass == 0 || ports_.processes.mayHaveNewIdentity(pid)) identify(pid, known);
+  if (std::exchange(known.pass, pass_) != pass_) ++seen_;
+
+  ProcessSample& sample = listing.processes.emplace_back();
   sample.key = info->key;
   sample.parentPID = info->parent;
   sample.owner = info->owner;
-  Known& known = processRates_[info->key];
-  if (known.pass == 0 || ports_.processes.mayHaveNewIdentity(pid)) identify(pid, known);
-  known.pass = pass_;
   sample.executable = known.executable;
   sample.name = known.identity.name;
   sample.bundleID = known.identity.bundleID;
-
-  if (const auto rate = known.cpu.sample(usage->cpuTime, uptime)) {
-    sample.cpu = cpuPercent(*rate, ports_.processes.cpuTimeUnitNanoseconds());
+  if (const auto rate = known.cpu.sample(usage->cpuTime, pass.uptime)) {
+    sample.cpu = cpuPercent(*rate, pass.cpuTimeUnit);
   }
-  if (usage->diskRead) sample.diskRead = known.diskRead.sample(*usage->diskRead, uptime);
-  if (usage->diskWritten) sample.diskWrite = known.diskWrite.sample(*usage->diskWritten, uptime);
+  if (usage->diskRead) sample.diskRead = known.diskRead.sample(*usage->diskRead, pass.uptime);
+  if (usage->diskWritten) sample.diskWrite = known.diskWrite.sample(*usage->diskWritten, pass.uptime);
   sample.memory = usage->memory;
-  if (includeProjects) {
+  if (pass.includeProjects) {
     sample.ports = ports_.processes.listeningPorts(pid);
     if (!sample.ports.empty()) sample.directory = repaired(ports_.processes.workingDirectory(pid));
   }
-  return sample;
 }
 
 void NativeMonitorCollector::identify(std::int32_t pid, Known& known) {

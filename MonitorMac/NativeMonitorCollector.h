@@ -82,6 +82,13 @@ class NativeMonitorCollector {
     std::vector<ProcessSample> processes;
     std::int64_t restricted = 0;
   };
+  // What holds for all processes of one pass.
+  struct Pass {
+    double uptime = 0.0;
+    std::uint32_t owner = 0;  // whose processes count
+    double cpuTimeUnit = 0.0;
+    bool includeProjects = false;
+  };
 
   void forgetRates();
   void readCPU(MonitorSnapshot& snapshot);
@@ -92,8 +99,9 @@ class NativeMonitorCollector {
   void readStorage(MonitorSnapshot& snapshot);
   void readBattery(MonitorSnapshot& snapshot);
   [[nodiscard]] Listing readProcesses(double uptime, bool includeProjects);
-  [[nodiscard]] std::optional<ProcessSample> readProcess(std::int32_t pid, double uptime,
-                                                         bool includeProjects, std::int64_t& restricted);
+  // Appends the process to the listing, or counts it there, or neither.
+  void readProcess(std::int32_t pid, const Pass& pass, Listing& listing);
+  void forgetEndedProcesses();
   void identify(std::int32_t pid, Known& known);
   [[nodiscard]] const Identity& identity(std::int32_t pid, const std::string& executable);
   void refreshAccessories();
@@ -111,6 +119,7 @@ class NativeMonitorCollector {
   std::vector<AccessoryBattery> accessoryReadings_;
   double lastAccessories_ = -std::numeric_limits<double>::infinity();
   std::uint64_t pass_ = 0;
+  std::size_t seen_ = 0;  // processes of this pass that are in `processRates_`
 };
 
 }  // namespace monitor
