@@ -63,9 +63,9 @@ class Stage {
     recorder_.waitSeconds(0.6);
     for (unsigned more = 2; more < kTakeovers; ++more) {
       takeOver();
-      recorder_.waitSeconds(0.4);
+      recorder_.waitSeconds(0.25);
       vesk({"stop", routed_});
-      recorder_.waitSeconds(0.4);
+      recorder_.waitSeconds(0.25);
     }
     takeOver();
     recorder_.waitSeconds(0.6);

@@ -104,11 +104,11 @@ std::vector<Verdict> judge(const Figures& figures, double patience) {
   judge.level("levelDuring", "Level at 40 %", figures.levelDuring, kWantedRatio);
   judge.level("levelAfter", "Level after", figures.levelAfter, 1.0);
   judge.level("ratio", "Ratio of the routed program", figures.ratio(), kWantedRatio);
-  judge.time("takeoverMs", "Takeover, from the request", figures.takeoverMs(), kTakeoverMs);
-  judge.note("takeovers", "Each takeover", eachTakeover(figures));
-  judge.note("commandMs", "Takeover, from the command", milliseconds(figures.commandMs()));
-  judge.gap("gapFrames", "Gap at the takeover", figures.ownGapFrames());
-  judge.exact("addedLatencyFrames", "Added latency", figures.addedLatencyFrames(), 0);
+  judge.time("takeoverMs", "Takeover (median)", figures.takeoverMs(), kTakeoverMs);
+  judge.note("takeovers", "Each, from the request", eachTakeover(figures));
+  judge.note("commandMs", "From the command (median)", milliseconds(figures.commandMs()));
+  judge.gap("gapFrames", "Gap at the takeover (median)", figures.ownGapFrames());
+  judge.exact("addedLatencyFrames", "Added latency (median)", figures.addedLatencyFrames(), 0);
   judge.level("levelChanged", "Level changed to 80 %", figures.levelChanged, kChangedRatio);
   judge.add("rampFrames", "Ramp of that change",
             fmt::format("{}, {}", frames(figures, figures.rampFrames),
