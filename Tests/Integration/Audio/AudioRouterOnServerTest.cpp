@@ -157,6 +157,23 @@ TEST(AudioRouterOnServer, GainChangesInPlaceAndOneIsNormalPlayback) {
   EXPECT_TRUE(on.isClean()) << testing::PrintToString(on.leftovers());
 }
 
+// Taken and given back again and again, a program is heard on one path at a time.
+TEST(AudioRouterOnServer, ProgramIsNeverLouderThanItPlays) {
+  RoutersOnStack on;
+  Player player{on.stack, {.name = "Player", .arguments = {"--channel", "0"}}};
+  ASSERT_TRUE(on.plays({&player}));
+  Listening listening{on};
+  const auto client = on.client();
+  for (int round = 0; round < 10; ++round) {
+    ASSERT_EQ(setGain(client, player, 0.8), "");
+    ASSERT_TRUE(becomes(listening, 0.8));
+    stop(client);
+    ASSERT_TRUE(becomes(listening, 1.0));
+  }
+  const auto heard = lab::measureSteadiness(listening.stretches(0), 0, listening.frames());
+  EXPECT_LE(heard.highest, 1.0 + kTolerance);
+}
+
 class UnsupportedSink : public testing::TestWithParam<std::vector<std::string>> {};
 INSTANTIATE_TEST_SUITE_P(Channels, UnsupportedSink,
                          testing::Values(std::vector<std::string>{"MONO"},
