@@ -4,11 +4,22 @@
 #include <cmath>
 #include <optional>
 #include <unordered_map>
+#include <vector>
+
+#include "MonitorCore/ProcessJoin.h"
 
 namespace monitor {
 namespace {
 
 using ReadingsByKey = std::unordered_map<ProcessKey, const AdvancedProcessReading*>;
+
+ProcessIdentities identitiesOf(const std::vector<AppUsage>& apps) {
+  ProcessIdentities identities;
+  for (const AppUsage& app : apps) {
+    for (const ProcessSample& process : app.processes) identities.emplace(process.key.pid, process.key);
+  }
+  return identities;
+}
 
 // The same sum as the aggregator's: absent and non-finite figures are left out.
 std::optional<double> sum(const std::vector<ProcessSample>& processes,
@@ -43,8 +54,9 @@ void mergeAdvanced(MonitorSnapshot& snapshot, const AdvancedSample& sample) {
   for (const auto& [metric, reading] : sample.readings) {
     snapshot.readings.insert_or_assign(metric, reading);
   }
+  const auto processes = underKnownKeys(sample.processes, identitiesOf(snapshot.apps));
   ReadingsByKey readings;
-  for (const AdvancedProcessReading& process : sample.processes) readings[process.key] = &process;
+  for (const AdvancedProcessReading& process : processes) readings[process.key] = &process;
   for (AppUsage& app : snapshot.apps) mergeInto(app, readings);
   snapshot.advancedTimestamp = sample.timestamp;
   snapshot.advancedInterval = sample.interval;

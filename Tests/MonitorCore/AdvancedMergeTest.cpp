@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <limits>
 
 #include "MonitorCore/AppAggregator.h"
@@ -78,6 +79,18 @@ TEST(AppAggregatorProcesses, AreThoseOfTheSampleByPid) {
   const std::vector<ProcessSample> processes{process(1, "a"), process(2, "b"), process(3, "a")};
   EXPECT_EQ(AppAggregator::processesOf(AppAggregator::group(processes)), processes);
   EXPECT_TRUE(AppAggregator::processesOf({}).empty());
+}
+
+TEST(AdvancedMerge, ProcessesOfAHelperWithAnotherBootTimeAreTheSameOnes) {
+  constexpr std::uint64_t kOneSecondLater = 1'005'000;
+  MonitorSnapshot snapshot = snapshotOf({process(1, "a"), process(2, "b")});
+  mergeAdvanced(
+      snapshot,
+      {Date{99}, 1.0, {}, {{{1, kOneSecondLater}, 10.0, {}, 1.5}, {{2, kOneSecondLater}, {}, {}, 2.5}}, {}});
+  ASSERT_EQ(snapshot.apps.size(), 2U);
+  EXPECT_EQ(snapshot.apps[0].download, 10.0);
+  EXPECT_EQ(snapshot.apps[0].processes[0].key, (ProcessKey{1, 5'000}));
+  EXPECT_EQ(snapshot.apps[1].energy, 2.5);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "Tests/Fakes/FakeDaemonRegistry.h"
 #include "Tests/Fakes/FakeServiceConnections.h"
 #include "Tests/Fakes/VirtualTime.h"
+#include "Tools/vesk/Monitor/HelperAdvancedReadings.h"
 
 namespace monitor::vesk {
 namespace {
@@ -92,6 +93,21 @@ TEST_F(HelperReadingsTest, OneRequestIsOpenAtATime) {
   EXPECT_EQ(connections->links.size(), 1U);
 }
 
+TEST_F(HelperReadingsTest, RegisterIsAskedAgainOnlyAfterAFailure) {
+  request();
+  answer(100.0);
+  request();
+  EXPECT_EQ(registry->calls.size(), 1U);
+  helper->replies.at(0)(std::nullopt, "no");
+  time.run();
+  time.advance(31.0);
+  helper->replies.clear();
+  request();
+  EXPECT_EQ(registry->calls.size(), 2U);
+  answer(101.0);
+  EXPECT_EQ(latest(), Date{101.0});
+}
+
 TEST_F(HelperReadingsTest, HelperThatIsNotEnabledIsNamedAndNotAskedAgainForHalfAMinute) {
   registry->current = DaemonStatus::NotRegistered;
   request();
@@ -156,6 +172,39 @@ TEST_F(HelperReadingsTest, OwnerThatLeavesGivesTheConnectionUp) {
   time.run();
   EXPECT_EQ(connections->links.at(0)->state, fakes::FakeLink<MonitorHelperProtocol>::State::Invalid);
   time.advance(60.0);
+}
+
+class HelperAdvancedReadingsTest : public HelperReadingsTest {
+ protected:
+  // Merges a sample of this age and says whether it was taken.
+  bool merges(double age) {
+    HelperAdvancedReadings merging{HelperPorts{connections, registry, time.makeQueue("merging")}};
+    merging.request();
+    time.run();
+    registry->answer();
+    time.run();
+    answer(1000.0 - age);
+    MonitorSnapshot snapshot;
+    snapshot.timestamp = Date{1000.0};
+    merging.mergeInto(snapshot);
+    return snapshot.advancedTimestamp == Date{1000.0 - age};
+  }
+};
+
+TEST_F(HelperAdvancedReadingsTest, SampleIsMergedUpToNinetySecondsFromTheSnapshot) {
+  EXPECT_TRUE(merges(0.0));
+  EXPECT_TRUE(merges(90.0));
+  EXPECT_FALSE(merges(90.5));
+  EXPECT_TRUE(merges(-2.0)) << "the helper answered after the pass";
+  EXPECT_TRUE(merges(-90.0));
+  EXPECT_FALSE(merges(-90.5));
+}
+
+TEST_F(HelperAdvancedReadingsTest, WithoutASampleTheSnapshotStaysAsItIs) {
+  HelperAdvancedReadings merging{HelperPorts{connections, registry, time.makeQueue("merging")}};
+  MonitorSnapshot snapshot;
+  merging.mergeInto(snapshot);
+  EXPECT_EQ(snapshot.advancedTimestamp, std::nullopt);
 }
 
 }  // namespace

@@ -82,6 +82,11 @@ class HelperReadings::Asker : public std::enable_shared_from_this<Asker> {
     const auto shot = std::make_shared<AnswerShot>([weak = weak_from_this()](const Answer& answer) {
       if (const auto self = weak.lock()) self->deliver(answer);
     });
+    // A helper that has just answered may be asked: to look that up each second would cost more than asking.
+    if (answered_) return ask(DaemonStatus::Enabled, shot);
+    findStatus(shot);
+  }
+  void findStatus(const ShotPointer& shot) {
     const auto known = std::make_shared<bool>(false);
     ports_.queue->submitAfter(kStatusSeconds, [shot, known] {
       if (!*known)
@@ -101,6 +106,7 @@ class HelperReadings::Asker : public std::enable_shared_from_this<Asker> {
     client_->sample([shot](const AdvancedClient::Result& result) { shot->complete(answerOf(result)); });
   }
   void deliver(const Answer& answer) {
+    answered_ = answer.sample.has_value();
     {
       const std::lock_guard lock(mutex_);
       asking_ = false;
@@ -120,7 +126,8 @@ class HelperReadings::Asker : public std::enable_shared_from_this<Asker> {
   }
 
   const HelperPorts ports_;
-  std::shared_ptr<AdvancedClient> client_;  // the queue only
+  std::shared_ptr<AdvancedClient> client_;  // the queue only, as is answered_
+  bool answered_ = false;                   // the last request brought a sample
 
   mutable std::mutex mutex_;  // guards what follows, and the three above
   std::condition_variable settled_;

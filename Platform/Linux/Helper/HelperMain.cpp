@@ -40,9 +40,9 @@ int helperMain() {
   static const SystemWallClock wallClock;
   static const auto queues = makeSerialQueueFactory();
   static const MonotonicClock clock;
-  return runHelperProcess(
-      {runner, *processes, wallClock, toolBesideThisProgram(), *queues, clock, hasActiveLocalSession},
-      HelperServiceListener::defaults());
+  return runHelperProcess({runner, *processes, wallClock, toolBesideThisProgram(), *queues, clock,
+                           hasActiveLocalSession, kLinuxAdvancedDetails},
+                          HelperServiceListener::defaults());
 }
 
 }  // namespace monitor::platform

@@ -51,7 +51,8 @@ PrivateBus::Options withHelper(PrivateBus::Options options, const Installation& 
   return options;
 }
 
-// The command as `user`.
+}  // namespace
+
 std::vector<std::string> asUser(uid_t user, std::vector<std::string> command) {
   if (user == ::getuid()) return command;
   const std::string id = std::to_string(user);
@@ -59,8 +60,6 @@ std::vector<std::string> asUser(uid_t user, std::vector<std::string> command) {
   result.insert(result.end(), command.begin(), command.end());
   return result;
 }
-
-}  // namespace
 
 Installation::Installation() : folder_(temporaryFolder("vesk-helper-XXXXXX")) {
   for (const char* program : {VESK_HELPER_PROGRAM, VESK_PROGRAM}) {
@@ -85,6 +84,12 @@ void Installation::setTool(const std::string& mode) const {
 
 void Installation::removeTool() const {
   fs::remove(folder_ / "vesk-powermetrics");
+}
+
+void Installation::useRealTool() const {
+  const fs::path tool = folder_ / "vesk-powermetrics";
+  fs::copy_file(VESK_POWERMETRICS_PROGRAM, tool, fs::copy_options::overwrite_existing);
+  fs::permissions(tool, fs::perms(0755));
 }
 
 std::size_t Installation::runs() const {

@@ -34,6 +34,8 @@ class Installation {
   // with 1.
   void setTool(const std::string& mode) const;
   void removeTool() const;
+  // Puts the power-metrics tool of this system in the place of the one that makes figures up.
+  void useRealTool() const;
   // How often the tool has begun to measure.
   [[nodiscard]] std::size_t runs() const;
 
@@ -92,6 +94,9 @@ struct Users {
   uid_t bert;
 };
 [[nodiscard]] Users twoUsers();
+
+// The command as `user`, whom only root may become.
+[[nodiscard]] std::vector<std::string> asUser(uid_t user, std::vector<std::string> command);
 
 // A process that does nothing, as `user`.
 [[nodiscard]] lab::ChildProcess sleeperOf(uid_t user, const lab::Environment& environment);

@@ -15,6 +15,7 @@
 #include "Platform/Linux/Host/IcuTextOrder.h"
 #include "Platform/Linux/Process/ProcessAdapters.h"
 #endif
+#include "Tools/vesk/Monitor/HelperAdvancedReadings.h"
 
 namespace monitor::vesk {
 namespace {
@@ -67,7 +68,7 @@ NativeMonitorCollector& PlatformMonitor::collector() {
 }
 
 AdvancedReadings& PlatformMonitor::advanced() {
-  if (!ports_->advanced) ports_->advanced = std::make_unique<NoAdvancedReadings>();
+  if (!ports_->advanced) ports_->advanced = std::make_unique<HelperAdvancedReadings>();
   return *ports_->advanced;
 }
 
