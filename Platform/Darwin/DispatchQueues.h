@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#import <dispatch/dispatch.h>
+#include <dispatch/dispatch.h>
 
 #include "MonitorCore/Ports/SerialQueue.h"
 
