@@ -7,15 +7,9 @@
 #include "Tools/Demo/BusWatch.h"
 
 namespace monitor::lab {
-namespace {
-
-constexpr const char* kProgram = "Lab Music";
-
-}  // namespace
-
-Playground::Playground()
+Playground::Playground(std::vector<std::string> playerArguments)
     : stack({.bus = true, .activations = builtServices()}),
-      player(stack, {.name = kProgram, .installAs = kProgram}),
+      player(stack, {.name = kProgram, .arguments = std::move(playerArguments), .installAs = kProgram}),
       recorder(stack.remote(), {.seconds = 300.0}) {}
 
 CommandResult Playground::vesk(std::vector<std::string> arguments) const {

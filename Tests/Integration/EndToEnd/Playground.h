@@ -15,11 +15,15 @@
 
 namespace monitor::lab {
 
+// What the playing program is called, and listed as.
+inline constexpr const char* kProgram = "Lab Music";
+
 // One program that plays on a private audio system, and `vesk` with agent and service started by the session
 // bus.
 class Playground : public testing::Test {
  protected:
-  Playground();
+  // With further options of the player program.
+  explicit Playground(std::vector<std::string> playerArguments = {});
 
   // Runs `vesk` to its end.
   [[nodiscard]] CommandResult vesk(std::vector<std::string> arguments) const;
