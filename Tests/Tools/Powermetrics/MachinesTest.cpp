@@ -108,6 +108,21 @@ TEST(PowermetricsMachinesTest, DesktopWithAmdGraphics) {
   EXPECT_EQ(sample.processes[1], process(4300, std::nullopt, std::nullopt, 0.0));
 }
 
+TEST(PowermetricsMachinesTest, WorkstationWithTwoPackagesAndASeparateIntelCard) {
+  ToolOnMachine tool(RecordedMachine::textOf("xe-workstation"));
+  const AdvancedSample sample = tool.sample({3000, 3100});
+  EXPECT_DOUBLE_EQ(value(sample, MetricID::PowerWatts).value(), 200.0);
+  EXPECT_NEAR(value(sample, MetricID::Gpu).value(), 25.0,
+              1e-9);  // render; of four compute engines half of one
+  EXPECT_EQ(value(sample, MetricID::CpuTemperature), 68.0);
+  EXPECT_EQ(value(sample, MetricID::GpuTemperature), 57.0);
+  EXPECT_EQ(value(sample, MetricID::FanRPM), 1012.0);
+  ASSERT_EQ(sample.processes.size(), 2U);
+  EXPECT_NEAR(sample.processes[0].energy.value(), 60.0, 1e-6);
+  EXPECT_NEAR(sample.processes[1].energy.value(), 25.0, 1e-6);
+  EXPECT_EQ(sample.processes[0].download, std::nullopt);
+}
+
 TEST(PowermetricsMachinesTest, VirtualMachineReportsNoHardwareButItsProcesses) {
   ToolOnMachine tool(RecordedMachine::textOf("virtual-machine"));
   const AdvancedSample sample = tool.sample({1, 77});
