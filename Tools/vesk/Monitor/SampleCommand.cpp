@@ -25,9 +25,9 @@ constexpr double kHelperPatience = 4.0;
 
 MonitorSnapshot secondOfTwoPasses(const SampleOptions& options, const MonitorHost& host) {
   host.advanced.request();
-  const double start = host.clock.now();
   (void)host.collector.sample(false);
-  if (!host.pause.until(start + kSecondsBetweenReads)) {
+  // From here, so that a slow first read does not shorten what the rates are about.
+  if (!host.pause.until(host.clock.now() + kSecondsBetweenReads)) {
     throw CommandError(ExitCode::Failed, "Interrupted.");
   }
   MonitorSnapshot snapshot = host.collector.sample(options.projects);
