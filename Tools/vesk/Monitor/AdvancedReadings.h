@@ -22,15 +22,4 @@ class AdvancedReadings {
   [[nodiscard]] virtual std::string status() const = 0;
 };
 
-// Where there is no helper to ask.
-class NoAdvancedReadings final : public AdvancedReadings {
- public:
-  static constexpr const char* kText = "The optional helper is not enabled.";
-
-  void request() override {}
-  void settle(double /*seconds*/) override {}
-  void mergeInto(MonitorSnapshot& /*snapshot*/) override {}
-  [[nodiscard]] std::string status() const override { return kText; }
-};
-
 }  // namespace monitor::vesk
