@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <vector>
 
@@ -14,30 +15,33 @@ namespace monitor {
 // parent did not start after its child (then its pid was reused). Following links therefore never leaves the
 // first process's user.
 //
-// Processes are named by their index in the sample. A later process with a pid that was there before
-// ("repeat") is nobody's parent but may have one. Links may form cycles. Refers to the sample, which must
-// outlive it unchanged.
+// Processes are named by their index in the sample, in 32 bits: what a large sample costs is memory traffic,
+// and no memory holds more samples than that. A later process with a pid that was there before ("repeat") is
+// nobody's parent but may have one. Links may form cycles. Keeps nothing of the sample.
 class ProcessForest {
  public:
-  static constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
+  using Index = std::uint32_t;
+  static constexpr Index kNone = std::numeric_limits<Index>::max();
 
   explicit ProcessForest(const std::vector<ProcessSample>& processes);
 
-  [[nodiscard]] std::size_t size() const { return parents_.size(); }
+  [[nodiscard]] Index size() const { return static_cast<Index>(parents_.size()); }
   // The parent's index, or kNone.
-  [[nodiscard]] std::size_t parent(std::size_t index) const { return parents_[index]; }
+  [[nodiscard]] Index parent(Index index) const { return parents_[index]; }
   // The first process with the same pid: `index` itself unless it is a repeat.
-  [[nodiscard]] std::size_t first(std::size_t index) const { return firsts_[index]; }
-  [[nodiscard]] bool isRepeat(std::size_t index) const { return firsts_[index] != index; }
+  [[nodiscard]] Index first(Index index) const { return firsts_[index]; }
+  [[nodiscard]] bool isRepeat(Index index) const { return firsts_[index] != index; }
+  [[nodiscard]] bool hasRepeats() const { return hasRepeats_; }
 
   // For every process that is not a repeat: the nearest marked process at or above it, kNone where the walk
   // up ends or comes full circle without meeting one. Linear in the number of processes, however deep they
   // nest.
-  [[nodiscard]] std::vector<std::size_t> nearestMarked(const std::vector<bool>& marked) const;
+  [[nodiscard]] std::vector<Index> nearestMarked(const std::vector<bool>& marked) const;
 
  private:
-  std::vector<std::size_t> parents_;
-  std::vector<std::size_t> firsts_;
+  std::vector<Index> parents_;
+  std::vector<Index> firsts_;
+  bool hasRepeats_ = false;
 };
 
 }  // namespace monitor

@@ -233,6 +233,58 @@ TEST(AppAggregatorTest, RowsComeByCpuThenById) {
   EXPECT_EQ(ids(AppAggregator::group(processes)), (Ids{"com.z", "com.B", "com.a", "com.b", "com.\xC3\xA9"}));
 }
 
+TEST(AppAggregatorTest, IdsThatBeginAlikeComeInOrderToo) {
+  using namespace std::string_literals;
+  const Ids ordered{"",
+                    "com"s,
+                    "com\0"s,
+                    "com\0a"s,
+                    "com.example"s,
+                    "com.example.app."s,
+                    "com.example.app.\0"s,
+                    "com.example.app.a"s,
+                    "com.example.app.b"s,
+                    "com.example.app\x7F"s,
+                    "com.example.app\x80"s,
+                    "com.example\xFF"s};
+  std::vector<ProcessSample> processes;
+  for (std::size_t index = 0; index < ordered.size(); ++index) {
+    const std::size_t place = (index * 5) % ordered.size();  // in another order
+    processes.push_back(process(static_cast<std::int32_t>(index), 1, -1, ordered[place]));
+  }
+  EXPECT_EQ(ids(AppAggregator::group(processes)), ordered);
+}
+
+TEST(AppAggregatorTest, ABundleNamedLikeAProcessWithoutOneSharesItsRow) {
+  const ProcessSample plain = process(812, 5000, 1);
+  const ProcessSample named = process(900, 6000, 1, "process:812:5000");
+  for (const auto& processes : {std::vector{plain, named}, std::vector{named, plain}}) {
+    const auto rows = AppAggregator::group(processes);
+    EXPECT_EQ(ids(rows), Ids{"process:812:5000"});
+    EXPECT_EQ(pids(rows.front()), (Pids{812, 900}));
+    EXPECT_EQ(rows.front().name, processes.back().name) << "the last member's representative";
+  }
+}
+
+// Pids that lie side by side, far apart, and evenly apart, where a table of them has its worst days.
+TEST(AppAggregatorTest, AgreesWithTheNaiveGroupingHoweverPidsAreSpread) {
+  testing::Chance chance(20240102);
+  for (const std::int32_t apart : {1, 2, 63, 64, 65, 4'096, 1 << 20, 0x7654321}) {
+    std::vector<ProcessSample> processes;
+    std::uint32_t pid = 0xFFFFF000U;  // negative, then positive
+    for (int count = 0; count < 700; ++count, pid += static_cast<std::uint32_t>(apart)) {
+      auto next = process(static_cast<std::int32_t>(pid), static_cast<std::uint64_t>(count), 1);
+      if (count > 0) next.parentPID = chance.of(processes).key.pid;
+      if (chance.oneIn(9)) next.bundleID = "com.example." + std::to_string(chance.below(30));
+      next.cpu = static_cast<double>(chance.below(3));
+      processes.push_back(next);
+    }
+    ASSERT_EQ(testing::describe(AppAggregator::group(processes)),
+              testing::describe(testing::naiveApps(processes)))
+        << apart << " apart";
+  }
+}
+
 TEST(AppAggregatorTest, AgreesWithTheNaiveGroupingOnRandomForests) {
   testing::Chance chance(20240101);
   for (int round = 0; round < testing::rounds(1500); ++round) {

@@ -16,6 +16,12 @@ TEST(ProcessKeyTest, LargestStartIsWrittenInFull) {
   EXPECT_EQ((ProcessKey{1, std::numeric_limits<std::uint64_t>::max()}.id()), "1:18446744073709551615");
 }
 
+TEST(ProcessKeyTest, TheLongestIdsAreWrittenInFull) {
+  const ProcessKey key{std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::uint64_t>::max()};
+  EXPECT_EQ(key.id(), "-2147483648:18446744073709551615");
+  EXPECT_EQ(fallbackIdentity(key), "process:-2147483648:18446744073709551615");
+}
+
 TEST(ProcessKeyTest, EqualPidAndDifferentStartAreDifferentKeysWithDifferentHashes) {
   const ProcessKey first{7, 1};
   const ProcessKey second{7, 2};
