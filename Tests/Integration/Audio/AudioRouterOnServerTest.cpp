@@ -239,9 +239,10 @@ TEST(AudioRouterOnServer, ProgramThatTheUserMovesAwayKeepsItsRouteUntilItIsMoved
   Listening elsewhere{on, "lab-sink-b"};
   moveStream(on, "Player", "lab-sink-b");
   ASSERT_TRUE(becomes(elsewhere, 1.0)) << "the user's choice of output counts, and the route is not there";
-  // Nothing else plays on the first output, and nobody records it: left alone it would be suspended after
-  // five seconds, and a route without cycles ended three later. The client is heard of all the time.
-  for (int second = 0; second < 14; ++second) {
+  // Nothing else plays on the first output, and nobody records it: left alone it has no cycles, and is
+  // suspended after five seconds; a route without cycles ends after three. The client is heard of all the
+  // time.
+  for (int second = 0; second < 10; ++second) {
     elsewhere.recorder.waitSeconds(1.0);
     const auto application = listed(client, player);
     ASSERT_TRUE(application);
@@ -253,6 +254,48 @@ TEST(AudioRouterOnServer, ProgramThatTheUserMovesAwayKeepsItsRouteUntilItIsMoved
   EXPECT_TRUE(becomes(listening, 0.4)) << "caught again";
   EXPECT_EQ(listed(client, player)->gain, 0.4);
   EXPECT_EQ(standingMessage(client), std::nullopt);
+}
+
+// The route's output sleeps when the program begins to play on the other one.
+TEST(AudioRouterOnServer, SilentProgramThatResumesOnAnotherOutputKeepsItsRoute) {
+  RoutersOnStack on;
+  Player player{on.stack, {.name = "Player", .arguments = {"--channel", "0"}}};
+  ASSERT_TRUE(on.plays({&player}));
+  const auto client = on.client();
+  ASSERT_EQ(setGain(client, player, 0.4), "");
+  player.pause();
+  const auto stateOf = [](const lab::GraphView& view, const char* node) {
+    const auto* found = view.nodeNamed(node);
+    return found == nullptr ? std::string{} : found->state;
+  };
+  Listening elsewhere{on, "lab-sink-b"};
+  const auto staysFor = [&](int seconds) {
+    for (int second = 0; second < seconds; ++second) {
+      elsewhere.recorder.waitSeconds(1.0);
+      const auto application = listed(client, player);
+      if (!application || application->gain != 0.4) return false;
+    }
+    return true;
+  };
+  for (int wait = 0; stateOf(on.graph.view(), "lab-sink-a") != "suspended"; ++wait) {
+    ASSERT_LT(wait, 30) << "the output does not go to sleep";
+    ASSERT_TRUE(staysFor(1));
+  }
+  moveStream(on, "Player", "lab-sink-b");
+  player.resume();
+  ASSERT_TRUE(becomes(elsewhere, 1.0));
+  EXPECT_TRUE(staysFor(6)) << "longer than a route without cycles lives";
+  EXPECT_EQ(standingMessage(client), std::nullopt);
+  moveStream(on, "Player", "lab-sink-a");
+  {
+    Listening listening{on};
+    EXPECT_TRUE(becomes(listening, 0.4));
+  }
+  player.pause();
+  EXPECT_TRUE(
+      on.graph.waitUntil([&](const lab::GraphView& view) { return stateOf(view, "lab-sink-a") != "running"; },
+                         lab::Milliseconds(20'000)))
+      << "a silent program keeps no device awake";
 }
 
 TEST(AudioRouterOnServer, OutputSwitchedThereAndBackRestoresTheRouteOnce) {
