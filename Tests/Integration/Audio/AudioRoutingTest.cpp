@@ -149,9 +149,9 @@ TEST(AudioRouting, SixtyFourStreamsOfOneProgramAreTakenAndGivenBack) {
   ASSERT_TRUE(on.plays({&player}));
   ASSERT_TRUE(eventually([&] { return directStreams(on) == 64; }));
   auto route = on.route({&player}, kGain);
-  EXPECT_TRUE(eventually([&] { return directStreams(on) == 0; }, milliseconds{8000}));
+  EXPECT_TRUE(eventually([&] { return directStreams(on) == 0; }, milliseconds{30000}));
   route.reset();
-  EXPECT_TRUE(eventually([&] { return directStreams(on) == 64; }, milliseconds{8000}));
+  EXPECT_TRUE(eventually([&] { return directStreams(on) == 64; }, milliseconds{30000}));
   EXPECT_TRUE(on.isClean());
 }
 
