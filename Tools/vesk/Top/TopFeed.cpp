@@ -82,12 +82,16 @@ void TopFeed::run() {
     const bool projects = projects_;
     hurry_ = false;
     lock.unlock();
+    std::optional<TopData> data;
+    std::exception_ptr failure;
     try {
-      publish(look_(projects), nullptr);
+      data = look_(projects);
     } catch (...) {
-      publish(std::nullopt, std::current_exception());
-      return;
+      failure = std::current_exception();
     }
+    const bool failed = failure != nullptr;
+    publish(std::move(data), std::move(failure));
+    if (failed) return;
     lock.lock();
     changed_.wait_for(lock, std::chrono::duration<double>(wait), [this] { return ending_ || hurry_; });
     changed_.wait(lock, [this] { return ending_ || !paused_ || hurry_; });
