@@ -43,9 +43,7 @@ std::optional<std::string> xdgDataHome(const std::optional<std::string>& xdgData
                                        const std::optional<std::string>& home,
                                        const std::optional<std::string>& passwdHome) {
   if (const auto folder = absoluteFolder(xdgDataHome)) return folder;
-  for (const auto& candidate : {home, passwdHome}) {
-    if (const auto folder = absoluteFolder(candidate)) return *folder + "/.local/share";
-  }
+  if (const auto folder = userHome(home, passwdHome)) return *folder + "/.local/share";
   return std::nullopt;
 }
 
@@ -53,9 +51,14 @@ std::optional<std::string> xdgDataHomeOfThisProcess() {
   return xdgDataHome(environment("XDG_DATA_HOME"), environment("HOME"), homeFromPasswordDatabase());
 }
 
+std::optional<std::string> userHome(const std::optional<std::string>& home,
+                                    const std::optional<std::string>& passwdHome) {
+  if (const auto folder = absoluteFolder(home)) return folder;
+  return absoluteFolder(passwdHome);
+}
+
 std::optional<std::string> homeOfThisProcess() {
-  if (const auto home = absoluteFolder(environment("HOME"))) return home;
-  return absoluteFolder(homeFromPasswordDatabase());
+  return userHome(environment("HOME"), homeFromPasswordDatabase());
 }
 
 }  // namespace monitor::platform

@@ -19,8 +19,9 @@ namespace monitor::platform {
 // thread.
 [[nodiscard]] std::optional<std::string> xdgDataHomeOfThisProcess();
 
-// The user's home folder in the same way: the variable HOME when it is absolute, otherwise the password
-// database's word.
+// The home itself, by the same rule and in the same form.
+[[nodiscard]] std::optional<std::string> userHome(const std::optional<std::string>& home,
+                                                  const std::optional<std::string>& passwdHome);
 [[nodiscard]] std::optional<std::string> homeOfThisProcess();
 
 }  // namespace monitor::platform

@@ -46,5 +46,12 @@ TEST(XdgDataHomeTest, RunningProcessHasAnAbsoluteOne) {
   EXPECT_FALSE(folder->ends_with('/'));
 }
 
+TEST(UserHomeTest, IsTheVariableWhenThatIsAbsoluteAndOtherwiseTheDatabasesWord) {
+  EXPECT_EQ(userHome("/home/me/", "/home/passwd"), Text("/home/me"));
+  EXPECT_EQ(userHome("me", "/home/passwd"), Text("/home/passwd"));
+  EXPECT_EQ(userHome(std::nullopt, "/"), Text(""));
+  EXPECT_EQ(userHome("", "me"), std::nullopt);
+}
+
 }  // namespace
 }  // namespace monitor::platform
