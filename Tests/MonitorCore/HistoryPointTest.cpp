@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <charconv>
+#include <cstdlib>
 #include <random>
 
 #include "MonitorCore/MonitorStorageError.h"
@@ -40,9 +40,9 @@ TEST(HistoryPointTest, EveryTextReadsBackAsTheSameNumber) {
     const HistoryPoint point{Date{seconds(random)}, 0, 0, 0, 60};
     const std::string id = point.id();
     const std::string text = id.substr(0, id.find(':'));
-    double value = 0.0;
-    const auto read = std::from_chars(text.data(), text.data() + text.size(), value);
-    ASSERT_EQ(read.ptr, text.data() + text.size()) << id;
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    ASSERT_EQ(end, text.c_str() + text.size()) << id;
     EXPECT_EQ(value, point.date.secondsSince1970()) << id;
   }
 }

@@ -3,10 +3,10 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <cmath>
 #include <optional>
 
+#include "Tools/vesk/DecimalNumber.h"
 #include "Tools/vesk/ExitCode.h"
 #include "Tools/vesk/TextWidth.h"
 
@@ -42,14 +42,10 @@ struct Quantity {
 std::optional<Quantity> quantityOf(std::string_view text) {
   std::string_view rest = trimmed(text);
   if (rest.size() > 1 && rest[0] == '+' && rest[1] != '-') rest.remove_prefix(1);
-  Quantity quantity;
-  const auto [stop, error] = std::from_chars(rest.data(), rest.data() + rest.size(), quantity.number);
-  if (error != std::errc{} || !std::isfinite(quantity.number)) return std::nullopt;
-  rest.remove_prefix(static_cast<std::size_t>(stop - rest.data()));
+  const auto number = takeDecimal(rest);
   const auto unit = unitOf(trimmed(rest));
-  if (!unit) return std::nullopt;
-  quantity.unit = *unit;
-  return quantity;
+  if (!number || !unit) return std::nullopt;
+  return Quantity{*number, *unit};
 }
 
 double gainOf(const Quantity& quantity) {

@@ -3,10 +3,11 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <cmath>
 #include <optional>
 #include <utility>
+
+#include "Tools/vesk/DecimalNumber.h"
 
 namespace monitor::vesk {
 namespace {
@@ -52,9 +53,9 @@ class Cursor {
   // Digits with an optional fraction; no sign, no exponent.
   std::optional<double> takeDecimal() {
     const std::size_t end = std::min(rest_.find_first_not_of("0123456789."), rest_.size());
-    double number = 0.0;
-    const auto read = std::from_chars(rest_.data(), rest_.data() + end, number, std::chars_format::fixed);
-    if (read.ec != std::errc() || read.ptr != rest_.data() + end) return std::nullopt;
+    std::string_view text = rest_.substr(0, end);
+    const auto number = vesk::takeDecimal(text);
+    if (!number || !text.empty()) return std::nullopt;
     rest_.remove_prefix(end);
     return number;
   }
