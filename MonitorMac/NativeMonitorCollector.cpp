@@ -38,8 +38,9 @@ std::optional<std::string> repaired(std::optional<std::string> text) {
   return text;
 }
 
+// What is no path is a name that the kernel gave, which may hold slashes: "kworker/0:1".
 std::string fileName(const std::string& path) {
-  return path.substr(path.rfind('/') + 1);
+  return path.starts_with('/') ? path.substr(path.rfind('/') + 1) : path;
 }
 
 }  // namespace

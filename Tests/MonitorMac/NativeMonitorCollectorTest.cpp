@@ -370,6 +370,11 @@ TEST_F(NativeMonitorCollectorTest, NameComesFromTheBundleThenTheFile) {
   EXPECT_EQ(seen[4], Identity("tool", std::nullopt));
 }
 
+TEST_F(NativeMonitorCollectorTest, NameThatIsNoPathIsKeptWhole) {
+  addProcess(30, "kworker/0:1");
+  EXPECT_EQ(sample().apps.at(0).name, "kworker/0:1");
+}
+
 TEST_F(NativeMonitorCollectorTest, EmptyNameBecomesProcessAndPid) {
   addProcess(1234, "");
   EXPECT_EQ(sample().apps.at(0).processes.at(0).name, "Process 1234");

@@ -81,14 +81,15 @@ std::optional<std::uint64_t> ProcfsHostStatistics::physicalMemory() {
 }
 
 std::optional<MemoryReport> ProcfsHostStatistics::memory() {
-  const auto meminfo = files_.text("proc/meminfo");
-  if (!meminfo) return std::nullopt;
+  // What zram takes is known without it.
+  const std::string meminfo = files_.text("proc/meminfo").value_or(std::string());
   MemoryReport report;
-  const auto total = meminfoBytes(*meminfo, "MemTotal:");
-  const auto available = meminfoBytes(*meminfo, "MemAvailable:");
+  const auto total = meminfoBytes(meminfo, "MemTotal:");
+  const auto available = meminfoBytes(meminfo, "MemAvailable:");
   if (total && available) report.used = *total - std::min(*total, *available);
-  report.wired = meminfoBytes(*meminfo, "Unevictable:");
-  report.compressed = compressedMemory(*meminfo);
+  report.wired = meminfoBytes(meminfo, "Unevictable:");
+  report.compressed = compressedMemory(meminfo);
+  if (meminfo.empty() && !report.compressed) return std::nullopt;
   return report;
 }
 

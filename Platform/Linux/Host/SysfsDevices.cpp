@@ -66,7 +66,7 @@ void add(std::optional<double>& sum, std::optional<double> value) {
 std::optional<double> minutesToEmpty(const HostFiles& files, const std::vector<std::string>& folders) {
   constexpr double kMinutesPerHour = 60.0;
   constexpr double kSecondsPerMinute = 60.0;
-  if (folders.size() == 1) {
+  if (folders.size() == 1 && files.line(folders[0] + "/status") == "Discharging") {
     const auto seconds = files.number(folders[0] + "/time_to_empty_now");
     if (seconds && *seconds > 0) return *seconds / kSecondsPerMinute;
   }

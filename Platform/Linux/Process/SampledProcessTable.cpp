@@ -46,7 +46,6 @@ SampledProcessTable::SampledProcessTable(Settings settings, std::shared_ptr<Boot
     : settings_(std::move(settings)),
       bootTime_(std::move(bootTime)),
       uptime_(std::move(uptime)),
-      units_(kernelUnits()),
       plain_(settings_.root, bootTime_),
       proc_(settings_.root),
       ports_(proc_, settings_.root, settings_.listeners) {}
@@ -263,7 +262,7 @@ SampledProcessTable::Outcome SampledProcessTable::readAll(std::int32_t pid, Proc
 SampledProcessTable::Outcome SampledProcessTable::take(std::int32_t pid, Process& process,
                                                        const ProcessStat& stat) const {
   const auto boot = bootTime_->seconds();
-  const auto record = boot ? recordOf(stat, settings_.owner, *boot, units_) : std::nullopt;
+  const auto record = boot ? recordOf(stat, settings_.owner, *boot, settings_.units) : std::nullopt;
   if (!record) return Outcome::Ended;
   if (process.startTicks && *process.startTicks != stat.startTicks) return Outcome::Other;
   if (process.startTicks && (process.program != stat.program || process.terminal != stat.terminal)) {
@@ -277,7 +276,7 @@ SampledProcessTable::Outcome SampledProcessTable::take(std::int32_t pid, Process
   texts.statm = proc_.read(pid, "statm", statm);
   texts.io = proc_.read(pid, "io", io);
   if (swapInUse_) texts.status = proc_.read(pid, "status", status);
-  process.usage = usageOf(stat, texts, units_);
+  process.usage = usageOf(stat, texts, settings_.units);
   process.record = *record;
   process.startTicks = stat.startTicks;
   process.program = stat.program;
@@ -289,7 +288,7 @@ SampledProcessTable::Outcome SampledProcessTable::take(std::int32_t pid, Process
 
 double SampledProcessTable::nextCheck(std::int32_t pid, const Process& process) const {
   const double started =
-      static_cast<double>(process.startTicks.value_or(0)) / static_cast<double>(units_.ticksPerSecond);
+      static_cast<double>(process.startTicks.value_or(0)) / static_cast<double>(settings_.units.ticksPerSecond);
   const double age = std::max(now_ - started, 0.0);
   return now_ + std::min(age, kShortestPeriod + static_cast<double>(pid % kPeriods));
 }
@@ -316,7 +315,7 @@ std::string SampledProcessTable::executablePath(std::int32_t pid) {
 }
 
 double SampledProcessTable::cpuTimeUnitNanoseconds() const {
-  return plain_.cpuTimeUnitNanoseconds();
+  return 1e9 / static_cast<double>(settings_.units.ticksPerSecond);
 }
 
 std::vector<std::int64_t> SampledProcessTable::listeningPorts(std::int32_t pid) {

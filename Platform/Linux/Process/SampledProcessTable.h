@@ -43,6 +43,7 @@ class SampledProcessTable final : public ProcessTable {
     // Descriptors to keep open at most, one a process. Without one schedstat is opened in every pass.
     std::size_t keptDescriptors = 0;
     ListenerDump listeners = {};  // none: the tables below `root` are read
+    KernelUnits units = kernelUnits();
   };
 
   SampledProcessTable(Settings settings, std::shared_ptr<BootTime> bootTime,
@@ -110,7 +111,6 @@ class SampledProcessTable final : public ProcessTable {
   Settings settings_;
   std::shared_ptr<BootTime> bootTime_;
   std::shared_ptr<const Clock> uptime_;
-  KernelUnits units_;
   ProcfsProcessTable plain_;
   ProcFolder proc_;
   ListeningPorts ports_;

@@ -122,6 +122,13 @@ TEST_F(SysfsDevicesTest, DriversEstimateWins) {
   EXPECT_DOUBLE_EQ(*power.sources().at(0).minutesToEmpty, 90.0);
 }
 
+TEST_F(SysfsDevicesTest, DriversEstimateOfAChargingBatteryIsNotTaken) {
+  energyBattery("BAT0", "10000000", "20000000", "20000000");
+  battery("BAT0", "status", "Charging");
+  battery("BAT0", "time_to_empty_now", "5400");
+  EXPECT_FALSE(power.sources().at(0).minutesToEmpty);
+}
+
 TEST_F(SysfsDevicesTest, NegativeDischargeCurrentIsADrain) {
   battery("BAT0", "type", "Battery");
   battery("BAT0", "status", "Discharging");

@@ -41,7 +41,7 @@ class SampledProcessTableTest : public testing::Test {
   void lastPid(int pid) { tree.file("proc/loadavg", "0.10 0.20 0.30 1/200 " + std::to_string(pid) + '\n'); }
 
   SampledProcessTable makeTable(std::uint32_t owner = ::getuid(), std::size_t descriptors = 0) {
-    return {{tree.proc(), owner, descriptors, {}}, std::make_shared<BootTime>(tree.proc()), clock};
+    return {{tree.proc(), owner, descriptors}, std::make_shared<BootTime>(tree.proc()), clock};
   }
   // CPU time after another pass.
   std::uint64_t cpuTime(std::int32_t pid) {
