@@ -53,9 +53,15 @@ bool askForLinks(int socket) {
 }  // namespace
 
 std::set<std::string> NetlinkInterfaces::physicalInterfaces() {
+  const std::string all = "sys/class/net/";
   std::set<std::string> names;
-  for (const std::string& name : files_.names("sys/class/net")) {
-    if (files_.exists("sys/class/net/" + name + "/device")) names.insert(name);
+  for (const std::string& name : files_.names(all)) {
+    const std::string folder = all + name;
+    if (!files_.exists(folder + "/device")) continue;
+    // What passes through this one passes through another one with a device: the ports of the switch behind
+    // it, or the interface of a virtual machine that it is the fast path of.
+    if (files_.exists(folder + "/dsa") || files_.exists(folder + "/master/device")) continue;
+    names.insert(name);
   }
   return names;
 }

@@ -8,7 +8,7 @@ namespace monitor::platform {
 
 // Interface counters by netlink. An interface is physical when a device stands behind it: bridges, bonds,
 // VLANs, tunnels and the ends of containers have none, and what passes through them passes through a physical
-// one too.
+// one too. Of two with a device that carry the same traffic one counts.
 class NetlinkInterfaces final : public NetworkInterfaces {
  public:
   explicit NetlinkInterfaces(HostFiles files) : files_(std::move(files)) {}

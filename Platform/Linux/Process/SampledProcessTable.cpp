@@ -24,6 +24,9 @@ constexpr std::size_t kFewestProbes = 64;
 constexpr double kShortestPeriod = 240.0;
 constexpr std::int32_t kPeriods = 61;
 
+// A process that ran in so many passes in a row is taken to have run, and asked in one of so many.
+constexpr unsigned kBusyPasses = 4;
+
 using RunsBuffer = std::array<char, 72>;  // three numbers of twenty digits
 using StatBuffer = std::array<char, 4096>;
 using FigureBuffer = std::array<char, 1024>;
@@ -148,6 +151,9 @@ void SampledProcessTable::look(std::int32_t pid, Process& process) {
 SampledProcessTable::Activity SampledProcessTable::activityOf(std::int32_t pid, Process& process) const {
   // The file is the first thread's alone.
   if (process.threads != 1) return Activity::Ran;
+  if (process.ranPasses >= kBusyPasses && (pass_ + static_cast<std::uint64_t>(pid)) % kBusyPasses != 0) {
+    return Activity::Ran;
+  }
   RunsBuffer buffer;
   const auto text =
       process.schedstat ? readAgain(*process.schedstat, buffer) : proc_.read(pid, "schedstat", buffer);
@@ -155,6 +161,7 @@ SampledProcessTable::Activity SampledProcessTable::activityOf(std::int32_t pid, 
   const auto runs = runsIn(*text);
   const bool idle = runs && runs == process.runs;
   process.runs = runs;
+  process.ranPasses = idle ? 0 : std::min(process.ranPasses + 1, kBusyPasses);
   return idle ? Activity::Idle : Activity::Ran;
 }
 
@@ -287,8 +294,8 @@ SampledProcessTable::Outcome SampledProcessTable::take(std::int32_t pid, Process
 }
 
 double SampledProcessTable::nextCheck(std::int32_t pid, const Process& process) const {
-  const double started =
-      static_cast<double>(process.startTicks.value_or(0)) / static_cast<double>(settings_.units.ticksPerSecond);
+  const double started = static_cast<double>(process.startTicks.value_or(0)) /
+                         static_cast<double>(settings_.units.ticksPerSecond);
   const double age = std::max(now_ - started, 0.0);
   return now_ + std::min(age, kShortestPeriod + static_cast<double>(pid % kPeriods));
 }

@@ -68,7 +68,8 @@ class SampledProcessTable final : public ProcessTable {
   };
   struct Process {
     std::optional<FileDescriptor> schedstat;
-    std::optional<Runs> runs;  // read before everything else of the pass
+    std::optional<Runs> runs;  // read before everything else of a pass
+    unsigned ranPasses = 0;    // in a row
     std::uint64_t pass = 0;    // the last one that saw it
     bool read = false;         // what was read of it still holds
     bool newIdentity = true;   // in this pass

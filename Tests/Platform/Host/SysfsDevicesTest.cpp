@@ -66,6 +66,18 @@ TEST_F(SysfsDevicesTest, PhysicalInterfacesHaveADevice) {
   EXPECT_EQ(interfaces.physicalInterfaces(), (std::set<std::string>{"enp3s0", "wlp2s0"}));
 }
 
+TEST_F(SysfsDevicesTest, TrafficThatPassesTwoDevicesCountsOnce) {
+  // A board with a switch behind its one interface, a virtual machine with a fast path beside its interface.
+  for (const char* name : {"eth0", "lan1", "lan2", "netvsc0", "vf0", "eno1"}) {
+    tree.folder(std::string("sys/class/net/") + name + "/device");
+  }
+  tree.folder("sys/class/net/eth0/dsa").folder("sys/class/net/bond0");
+  std::filesystem::create_symlink("../netvsc0", tree.root() / "sys/class/net/vf0/master");
+  std::filesystem::create_symlink("../bond0", tree.root() / "sys/class/net/eno1/master");
+  NetlinkInterfaces interfaces(tree.files());
+  EXPECT_EQ(interfaces.physicalInterfaces(), (std::set<std::string>{"eno1", "lan1", "lan2", "netvsc0"}));
+}
+
 TEST_F(SysfsDevicesTest, LoopbackIsAmongTheLiveCounters) {
   NetlinkInterfaces interfaces{HostFiles()};
   const auto rows = interfaces.counters();

@@ -99,6 +99,17 @@ TEST_F(SampledProcessTableTest, ProcessThatRanIsReadAgain) {
   EXPECT_EQ(cpuTime(42), 10U);
 }
 
+TEST_F(SampledProcessTableTest, ProcessThatRunsAllTheTimeIsReadAllTheTimeUntilItStops) {
+  for (std::uint64_t ticks = 1; ticks <= 12; ++ticks) {
+    process(42, {.userTicks = ticks}).schedule(42, std::to_string(1'000 + ticks) + " 20 5");
+    EXPECT_EQ(cpuTime(42), ticks);
+  }
+  process(42, {.userTicks = 13}).schedule(42, "2000 20 6");
+  for (int pass = 0; pass < 12; ++pass) EXPECT_EQ(cpuTime(42), 13U);
+  process(42, {.userTicks = 99});  // would be seen if it were read
+  for (int pass = 0; pass < 12; ++pass) EXPECT_EQ(cpuTime(42), 13U);
+}
+
 TEST_F(SampledProcessTableTest, KernelThatDoesNotCountRunsIsReadInFull) {
   schedule(42, "0 0 0");
   for (const std::uint64_t ticks : {1U, 2U, 3U}) {
