@@ -17,7 +17,8 @@ void SharedCollection::request(std::uint32_t user, std::weak_ptr<const void> cal
 }
 
 void SharedCollection::add(std::uint32_t user, Call call) {
-  if (!ports_.mayCollect(user)) return call.reply(std::nullopt, std::string(kRefusedText));
+  if (!ports_.mayCollect(user))
+    return call.reply(std::nullopt, std::string(MonitorHelperProtocol::kRefusedText));
   forgetThoseGone();
   auto turn =
       std::find_if(waiting_.begin(), waiting_.end(), [user](const Turn& one) { return one.user == user; });

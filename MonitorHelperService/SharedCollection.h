@@ -45,7 +45,6 @@ class SharedCollection : public std::enable_shared_from_this<SharedCollection> {
   static constexpr double kSecondsBetweenRuns = 1.0;
   static constexpr std::size_t kMostWaiting = 64;  // calls of one user
   static constexpr std::string_view kBusyText = "Too many requests for readings are waiting.";
-  static constexpr std::string_view kRefusedText = "Only the user of an active local session may read them.";
 
   explicit SharedCollection(Ports ports) : ports_(std::move(ports)) {}
 

@@ -279,7 +279,7 @@ TEST_F(SharedCollectionTest, UserWhoMayNotCollectIsToldSoAtEachCall) {
   refused = {kBert};
   call(kBert, "b");
   ASSERT_EQ(answered(), "b");
-  EXPECT_EQ(answers[0].message, "Only the user of an active local session may read them.");
+  EXPECT_EQ(answers[0].message, "Only the user of an active local session may have these readings.");
   EXPECT_EQ(worker->underWay(), 0U);
   refused = {};
   call(kBert, "b");

@@ -166,6 +166,15 @@ TEST_F(HelperReadingsTest, HelpersMessageIsTheProblemAndTheLastSampleStays) {
   EXPECT_EQ(latest(), Date{100.0});
 }
 
+TEST_F(HelperReadingsTest, RefusalIsSaidInOurOwnWords) {
+  readings.emplace(HelperPorts{connections, registry, time.makeQueue("main"),
+                               [](const MonitorError& error) { return error.domain() == "in-process"; }});
+  request();
+  connections->crashService(0);
+  time.run();
+  EXPECT_EQ(readings->status(), "Only the user of an active local session may have these readings.");
+}
+
 TEST_F(HelperReadingsTest, OwnerThatLeavesGivesTheConnectionUp) {
   request();
   readings.reset();

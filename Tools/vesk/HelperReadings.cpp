@@ -35,9 +35,12 @@ const char* problemOf(DaemonStatus status) {
   return "The optional helper is not enabled.";
 }
 
-Answer answerOf(const AdvancedClient::Result& result) {
+// What a bus says of its policy is for its administrator.
+Answer answerOf(const AdvancedClient::Result& result, const HelperPorts& ports) {
   if (const auto* sample = std::get_if<AdvancedSample>(&result)) return {DaemonStatus::Enabled, *sample, ""};
-  return {DaemonStatus::Enabled, std::nullopt, std::get<MonitorError>(result).what()};
+  const auto& error = std::get<MonitorError>(result);
+  return {DaemonStatus::Enabled, std::nullopt,
+          ports.meansRefused(error) ? std::string(MonitorHelperProtocol::kRefusedText) : error.what()};
 }
 
 }  // namespace
@@ -103,7 +106,9 @@ class HelperReadings::Asker : public std::enable_shared_from_this<Asker> {
       shot->complete({status, std::nullopt, problemOf(status)});
       return;
     }
-    client_->sample([shot](const AdvancedClient::Result& result) { shot->complete(answerOf(result)); });
+    client_->sample([shot, ports = ports_](const AdvancedClient::Result& result) {
+      shot->complete(answerOf(result, ports));
+    });
   }
   void deliver(const Answer& answer) {
     answered_ = answer.sample.has_value();

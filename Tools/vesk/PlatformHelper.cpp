@@ -8,6 +8,7 @@
 #else
 #include "Platform/Linux/Base/Queues.h"
 #include "Platform/Linux/Helper/SystemdRegistry.h"
+#include "Platform/Linux/Ipc/BusNames.h"
 #include "Platform/Linux/Ipc/RemoteConnections.h"
 #endif
 
@@ -20,7 +21,8 @@ HelperPorts makeHelperPorts() {
   return {platform::makeHelperConnectionFactory(), platform::makeDaemonRegistry(), std::move(queue)};
 #else
   return {std::make_shared<platform::BusHelperConnections>(), std::make_shared<platform::SystemdRegistry>(),
-          std::move(queue)};
+          std::move(queue),
+          [](const MonitorError& error) { return error.domain() == platform::names::kAccessDenied; }};
 #endif
 }
 
