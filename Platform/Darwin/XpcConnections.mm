@@ -31,6 +31,22 @@ NSData* _Nullable dataOrNil(const std::optional<Data>& bytes) {
   return objcData(*bytes);
 }
 
+// A reply of data or a message, as either side of the wire takes it, and how one is given to the other.
+using WireReply = void (^)(NSData* _Nullable data, NSString* _Nullable message);
+using PortableReply = std::function<void(const std::optional<Data>& data, const std::optional<std::string>& message)>;
+
+PortableReply portableReply(WireReply _Nonnull reply) {
+  return [reply](const std::optional<Data>& data, const std::optional<std::string>& message) {
+    reply(dataOrNil(data), objcTextOrNil(message));
+  };
+}
+
+WireReply _Nonnull wireReply(PortableReply reply) {
+  return ^(NSData* _Nullable data, NSString* _Nullable message) {
+    reply(bytesOrNothing(data), textOrNothing(message));
+  };
+}
+
 // What differs between the protocols: the wire protocol and the objects on both of its ends.
 template <class Protocol>
 struct Wire;
@@ -39,20 +55,14 @@ struct Wire;
 
 // The service's end: forwards what arrives to the portable object.
 @interface AudioExport : NSObject <MonitorAudioXpcProtocol> {
+ @public
   std::shared_ptr<MonitorAudioProtocol> _object;
 }
-- (nonnull instancetype)initWithObject:(std::shared_ptr<MonitorAudioProtocol>)object;
 @end
 
 @implementation AudioExport
-- (instancetype)initWithObject:(std::shared_ptr<MonitorAudioProtocol>)object {
-  if ((self = [super init])) _object = std::move(object);
-  return self;
-}
 - (void)applicationsWithReply:(void (^)(NSData* _Nullable, NSString* _Nullable))reply {
-  _object->applications([reply](const std::optional<Data>& data, const std::optional<std::string>& message) {
-    reply(dataOrNil(data), objcTextOrNil(message));
-  });
+  _object->applications(portableReply(reply));
 }
 - (void)setGain:(double)gain processes:(NSData*)processes withReply:(void (^)(NSString* _Nullable))reply {
   _object->setGain(gain, plainBytes(processes),
@@ -64,20 +74,14 @@ struct Wire;
 @end
 
 @interface HelperExport : NSObject <MonitorHelperXpcProtocol> {
+ @public
   std::shared_ptr<MonitorHelperProtocol> _object;
 }
-- (nonnull instancetype)initWithObject:(std::shared_ptr<MonitorHelperProtocol>)object;
 @end
 
 @implementation HelperExport
-- (instancetype)initWithObject:(std::shared_ptr<MonitorHelperProtocol>)object {
-  if ((self = [super init])) _object = std::move(object);
-  return self;
-}
 - (void)collectWithReply:(void (^)(NSData* _Nullable, NSString* _Nullable))reply {
-  _object->collect([reply](const std::optional<Data>& data, const std::optional<std::string>& message) {
-    reply(dataOrNil(data), objcTextOrNil(message));
-  });
+  _object->collect(portableReply(reply));
 }
 @end
 
@@ -89,9 +93,7 @@ class AudioProxy final : public MonitorAudioProtocol {
   explicit AudioProxy(id<MonitorAudioXpcProtocol> _Nonnull proxy) : proxy_(proxy) {}
 
   void applications(ApplicationsReply reply) override {
-    [proxy_ applicationsWithReply:^(NSData* _Nullable data, NSString* _Nullable message) {
-      reply(bytesOrNothing(data), textOrNothing(message));
-    }];
+    [proxy_ applicationsWithReply:wireReply(std::move(reply))];
   }
   void setGain(double gain, const Data& processes, SetGainReply reply) override {
     [proxy_ setGain:gain
@@ -114,11 +116,7 @@ class HelperProxy final : public MonitorHelperProtocol {
  public:
   explicit HelperProxy(id<MonitorHelperXpcProtocol> _Nonnull proxy) : proxy_(proxy) {}
 
-  void collect(CollectReply reply) override {
-    [proxy_ collectWithReply:^(NSData* _Nullable data, NSString* _Nullable message) {
-      reply(bytesOrNothing(data), textOrNothing(message));
-    }];
-  }
+  void collect(CollectReply reply) override { [proxy_ collectWithReply:wireReply(std::move(reply))]; }
 
  private:
   id<MonitorHelperXpcProtocol> _Nonnull proxy_;
@@ -130,7 +128,9 @@ struct Wire<MonitorAudioProtocol> {
     return [NSXPCInterface interfaceWithProtocol:@protocol(MonitorAudioXpcProtocol)];
   }
   static id _Nonnull exported(std::shared_ptr<MonitorAudioProtocol> object) {
-    return [[AudioExport alloc] initWithObject:std::move(object)];
+    AudioExport* exported = [[AudioExport alloc] init];
+    exported->_object = std::move(object);
+    return exported;
   }
   static std::shared_ptr<MonitorAudioProtocol> proxy(id _Nonnull remote) {
     if (![remote conformsToProtocol:@protocol(MonitorAudioXpcProtocol)]) return nullptr;
@@ -144,7 +144,9 @@ struct Wire<MonitorHelperProtocol> {
     return [NSXPCInterface interfaceWithProtocol:@protocol(MonitorHelperXpcProtocol)];
   }
   static id _Nonnull exported(std::shared_ptr<MonitorHelperProtocol> object) {
-    return [[HelperExport alloc] initWithObject:std::move(object)];
+    HelperExport* exported = [[HelperExport alloc] init];
+    exported->_object = std::move(object);
+    return exported;
   }
   static std::shared_ptr<MonitorHelperProtocol> proxy(id _Nonnull remote) {
     if (![remote conformsToProtocol:@protocol(MonitorHelperXpcProtocol)]) return nullptr;
@@ -152,18 +154,14 @@ struct Wire<MonitorHelperProtocol> {
   }
 };
 
-template <class Protocol>
-class XpcServiceConnection final : public ServiceConnection<Protocol> {
+// What both ends of a connection have in common. `Port` is the port of one end.
+template <class Port>
+class XpcEnd : public Port {
  public:
-  explicit XpcServiceConnection(NSXPCConnection* _Nonnull connection) : connection_(connection) {}
+  explicit XpcEnd(NSXPCConnection* _Nonnull connection) : connection_(connection) {}
 
-  [[nodiscard]] std::uint32_t effectiveUserIdentifier() const override { return connection_.effectiveUserIdentifier; }
   void setCodeSigningRequirement(std::string_view requirement) override {
     [connection_ setCodeSigningRequirement:objcText(requirement)];
-  }
-  void setExportedInterface() override { connection_.exportedInterface = Wire<Protocol>::interface(); }
-  void setExportedObject(std::shared_ptr<Protocol> object) override {
-    connection_.exportedObject = Wire<Protocol>::exported(std::move(object));
   }
   void setInvalidationHandler(std::function<void()> handler) override {
     connection_.invalidationHandler = ^{
@@ -177,8 +175,25 @@ class XpcServiceConnection final : public ServiceConnection<Protocol> {
   }
   void resume() override { [connection_ resume]; }
 
+ protected:
+  NSXPCConnection* _Nonnull connection() const { return connection_; }
+
  private:
   NSXPCConnection* _Nonnull connection_;
+};
+
+template <class Protocol>
+class XpcServiceConnection final : public XpcEnd<ServiceConnection<Protocol>> {
+ public:
+  using XpcEnd<ServiceConnection<Protocol>>::XpcEnd;
+
+  [[nodiscard]] std::uint32_t effectiveUserIdentifier() const override {
+    return this->connection().effectiveUserIdentifier;
+  }
+  void setExportedInterface() override { this->connection().exportedInterface = Wire<Protocol>::interface(); }
+  void setExportedObject(std::shared_ptr<Protocol> object) override {
+    this->connection().exportedObject = Wire<Protocol>::exported(std::move(object));
+  }
 };
 
 }  // namespace
@@ -238,39 +253,23 @@ RemoteError remoteError(NSError* _Nonnull error) {
 }
 
 template <class Protocol>
-class XpcRemoteConnection final : public RemoteConnection<Protocol> {
+class XpcRemoteConnection final : public XpcEnd<RemoteConnection<Protocol>> {
  public:
   using ErrorHandler = typename RemoteConnection<Protocol>::ErrorHandler;
+  using XpcEnd<RemoteConnection<Protocol>>::XpcEnd;
 
-  explicit XpcRemoteConnection(NSXPCConnection* _Nonnull connection) : connection_(connection) {}
-
-  void setRemoteObjectInterface() override { connection_.remoteObjectInterface = Wire<Protocol>::interface(); }
-  void setCodeSigningRequirement(std::string_view requirement) override {
-    [connection_ setCodeSigningRequirement:objcText(requirement)];
+  void setRemoteObjectInterface() override {
+    this->connection().remoteObjectInterface = Wire<Protocol>::interface();
   }
-  void setInvalidationHandler(std::function<void()> handler) override {
-    connection_.invalidationHandler = ^{
-      handler();
-    };
-  }
-  void setInterruptionHandler(std::function<void()> handler) override {
-    connection_.interruptionHandler = ^{
-      handler();
-    };
-  }
-  void resume() override { [connection_ resume]; }
-  void invalidate() override { [connection_ invalidate]; }
+  void invalidate() override { [this->connection() invalidate]; }
   std::shared_ptr<Protocol> remoteObjectProxy() override {
-    return Wire<Protocol>::proxy([connection_ remoteObjectProxy]);
+    return Wire<Protocol>::proxy([this->connection() remoteObjectProxy]);
   }
   std::shared_ptr<Protocol> remoteObjectProxyWithErrorHandler(ErrorHandler handler) override {
-    return Wire<Protocol>::proxy([connection_ remoteObjectProxyWithErrorHandler:^(NSError* error) {
+    return Wire<Protocol>::proxy([this->connection() remoteObjectProxyWithErrorHandler:^(NSError* error) {
       handler(remoteError(error));
     }]);
   }
-
- private:
-  NSXPCConnection* _Nonnull connection_;
 };
 
 template <class Protocol>
