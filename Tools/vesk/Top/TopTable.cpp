@@ -120,7 +120,8 @@ std::string headerTitle(const Column& column, TopSort sort) {
 
 }  // namespace
 
-TopTable makeTopTable(const TopState& state, const std::vector<TopRow>& rows, std::size_t width) {
+TopTable makeTopTable(const TopState& state, const std::vector<TopRow>& rows, std::size_t first,
+                      std::size_t count, std::size_t width) {
   std::vector<Column> columns = columnsFor(state, rows);
   fit(columns, width);
   const std::size_t taken = total(columns);
@@ -135,7 +136,8 @@ TopTable makeTopTable(const TopState& state, const std::vector<TopRow>& rows, st
   TopTable table;
   table.header = line(state.projects ? "PROJECT" : "APP",
                       [&state](const Column& column) { return headerTitle(column, state.sort); });
-  for (const TopRow& row : rows) {
+  for (std::size_t index = first; index < rows.size() && table.lines.size() < count; ++index) {
+    const TopRow& row = rows[index];
     table.lines.push_back(line(row.name, [&row](const Column& column) { return column.text(row); }));
   }
   return table;

@@ -198,17 +198,16 @@ std::string emptyText(const TopState& state) {
 // Header and rows of the table.
 Lines body(const TopState& state, ScreenSize size) {
   const std::size_t width = usable(size);
-  std::vector<TopRow> rows = topRows(state);
+  const std::vector<TopRow> rows = topRows(state);
   const std::size_t visible = tableRows(state, size);
   const std::size_t first = std::min(state.firstRow, rows.size() > visible ? rows.size() - visible : 0);
   if (rows.empty()) return {{shortened(emptyText(state), width)}};
-  // Columns are chosen by all rows, so that scrolling does not move them.
-  const TopTable table = makeTopTable(state, rows, width);
+  const TopTable table = makeTopTable(state, rows, first, visible, width);
   Lines lines;
   lines.push_back({table.header, Colour::Bold});
-  for (std::size_t index = first; index < rows.size() && index < first + visible; ++index) {
-    const bool sounds = !state.projects && rows[index].playing && rows[index].playing->sounding;
-    lines.push_back({table.lines[index], sounds ? Colour::Green : Colour::Plain});
+  for (std::size_t index = 0; index < table.lines.size(); ++index) {
+    const auto& playing = rows[first + index].playing;
+    lines.push_back({table.lines[index], playing && playing->sounding ? Colour::Green : Colour::Plain});
   }
   return lines;
 }
