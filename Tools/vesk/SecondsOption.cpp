@@ -3,17 +3,18 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <string>
+#include <string_view>
+
+#include "Tools/vesk/DecimalNumber.h"
 
 namespace monitor::vesk {
 
 CLI::Validator secondsWithin(double least, double most) {
   const auto check = [least, most](const std::string& text) -> std::string {
-    double value = 0.0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (error == std::errc{} && stop == end && value >= least && value <= most) return {};
+    std::string_view rest = text;
+    const auto value = takeDecimal(rest);
+    if (value && rest.empty() && *value >= least && *value <= most) return {};
     return fmt::format("\"{}\" is not within {} to {} seconds", text, least, most);
   };
   return CLI::Validator(check, "");
