@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t kState = 0;
 constexpr std::size_t kParent = 1;
 constexpr std::size_t kTerminal = 4;
+constexpr std::size_t kFlags = 6;
 constexpr std::size_t kUserTicks = 11;
 constexpr std::size_t kSystemTicks = 12;
 constexpr std::size_t kThreads = 17;
@@ -78,6 +79,9 @@ std::optional<ProcessStat> parseProcessStat(std::string_view text) {
       parse((*fields)[kUserTicks], stat.userTicks) && parse((*fields)[kSystemTicks], stat.systemTicks) &&
       parse((*fields)[kThreads], stat.threads) && parse((*fields)[kStartTicks], stat.startTicks);
   if (!parsed || stat.parent < 0) return std::nullopt;
+  constexpr std::uint64_t kKernelThread = 0x0020'0000;  // as the kernel's sched.h has it
+  std::uint64_t flags = 0;
+  stat.kernelThread = parse((*fields)[kFlags], flags) && (flags & kKernelThread) != 0;
   if (!parse((*fields)[kResidentPages], stat.residentPages)) stat.residentPages = 0;
   stat.program = programMark(*name, *fields);
   return stat;

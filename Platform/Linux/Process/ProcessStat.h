@@ -13,6 +13,7 @@ struct ProcessStat {
   char state = '?';
   std::int32_t parent = 0;
   std::int32_t terminal = 0;  // device number of the controlling terminal; 0 for none
+  bool kernelThread = false;  // has neither memory nor a program of its own
   std::uint64_t userTicks = 0;
   std::uint64_t systemTicks = 0;
   std::int64_t threads = 0;

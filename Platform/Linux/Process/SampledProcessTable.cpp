@@ -280,9 +280,9 @@ SampledProcessTable::Outcome SampledProcessTable::take(std::int32_t pid, Process
   FigureBuffer io;
   StatusBuffer status;
   UsageTexts texts;
-  texts.statm = proc_.read(pid, "statm", statm);
+  if (!stat.kernelThread) texts.statm = proc_.read(pid, "statm", statm);
   texts.io = proc_.read(pid, "io", io);
-  if (swapInUse_) texts.status = proc_.read(pid, "status", status);
+  if (swapInUse_ && !stat.kernelThread) texts.status = proc_.read(pid, "status", status);
   process.usage = usageOf(stat, texts, settings_.units);
   process.record = *record;
   process.startTicks = stat.startTicks;

@@ -24,6 +24,25 @@ TEST(ProcessStatTest, FieldsAreThoseOfTheKernelsTable) {
   EXPECT_EQ(stat->systemTicks, 22U);
   EXPECT_EQ(stat->threads, 3);
   EXPECT_EQ(stat->startTicks, 987654U);
+  EXPECT_EQ(stat->residentPages, 200U);
+  EXPECT_FALSE(stat->kernelThread);
+}
+
+TEST(ProcessStatTest, KernelThreadIsToldByItsFlag) {
+  const auto stat =
+      parseProcessStat("2 (kthreadd) S 0 0 0 0 -1 2129984 0 0 0 0 0 4 0 0 20 0 1 0 0 0 0 1 0 0 0\n");
+  ASSERT_TRUE(stat);
+  EXPECT_TRUE(stat->kernelThread);
+}
+
+TEST(ProcessStatTest, MarkOfTheProgramChangesWithItsNameAndItsPlace) {
+  const auto mark = [](const std::string& text) { return parseProcessStat(text)->program; };
+  const std::string bash = statOf("bash");
+  EXPECT_EQ(mark(bash), mark(statOf("bash", "R", "1")));
+  EXPECT_NE(mark(bash), mark(statOf("make")));
+  std::string moved = bash;
+  moved.replace(moved.rfind(" 1 1 0"), 6, " 1 2 0");
+  EXPECT_NE(mark(bash), mark(moved));
 }
 
 TEST(ProcessStatTest, CommandNameMayHoldAnything) {

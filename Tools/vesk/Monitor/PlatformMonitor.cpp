@@ -28,6 +28,9 @@ std::unique_ptr<Clock> uptimeClock() {
 std::unique_ptr<WallClock> wallClock() {
   return platform::makeWallClock();
 }
+std::shared_ptr<ProcessTable> sampledProcesses() {
+  return platform::makeProcessTable();
+}
 #else
 constexpr const SourceTexts& kSourceTexts = kLinuxSourceTexts;
 std::unique_ptr<Clock> uptimeClock() {
@@ -35,6 +38,9 @@ std::unique_ptr<Clock> uptimeClock() {
 }
 std::unique_ptr<WallClock> wallClock() {
   return std::make_unique<platform::SystemWallClock>();
+}
+std::shared_ptr<ProcessTable> sampledProcesses() {
+  return platform::makeSampledProcessTable();
 }
 #endif
 
@@ -50,10 +56,11 @@ struct PlatformMonitor::Ports {
   std::unique_ptr<PowerSources> power = platform::makePowerSources();
   std::unique_ptr<Accessories> accessories = platform::makeAccessories();
   std::shared_ptr<ProcessTable> processes = platform::makeProcessTable();
+  std::shared_ptr<ProcessTable> sampled = sampledProcesses();  // the collector's alone
   std::shared_ptr<ApplicationBundles> bundles = platform::makeApplicationBundles();
   std::unique_ptr<TextOrder> order = platform::makeTextOrder();
   NativeMonitorCollector collector{{*uptime, *clock, *system, *host, *network, *storage, *power, *accessories,
-                                    *processes, *bundles, kSourceTexts}};
+                                    *sampled, *bundles, kSourceTexts}};
   // Made when first needed.
   std::shared_ptr<AudioHardwareProvider> audio;
   std::shared_ptr<AudioHardware> view;
