@@ -7,36 +7,55 @@
 #include <cmath>
 #include <set>
 #include <tuple>
+#include <unordered_map>
 
 #include "Tools/vesk/TextWidth.h"
 
 namespace monitor::vesk {
 namespace {
 
-bool owns(const AppUsage& app, const PlayingProgram& program) {
-  if (app.id == program.id) return true;
-  // A player without an identity of its own counts toward the app that started it.
-  return std::any_of(app.processes.begin(), app.processes.end(), [&program](const ProcessSample& process) {
-    return fallbackIdentity(process.key) == program.id ||
-           std::find(program.processes.begin(), program.processes.end(), process.key) !=
-               program.processes.end();
-  });
-}
-
-// Of several the one that sounds, and of those the one that is turned down furthest.
-std::optional<PlayingProgram> playingOf(const AppUsage& app, const std::vector<PlayingProgram>& all) {
-  const PlayingProgram* best = nullptr;
-  for (const PlayingProgram& program : all) {
-    if (!owns(app, program)) continue;
-    if (best == nullptr ||
-        std::tuple(!program.sounding, program.gain) < std::tuple(!best->sounding, best->gain)) {
-      best = &program;
+// The programs by what they are found by.
+class Players {
+ public:
+  explicit Players(const std::vector<PlayingProgram>& all) {
+    for (const PlayingProgram& program : all) {
+      keepBetter(byId_[program.id], &program);
+      for (const ProcessKey& key : program.processes) keepBetter(byKey_[key], &program);
     }
   }
-  return best != nullptr ? std::optional(*best) : std::nullopt;
-}
 
-TopRow appRow(const AppUsage& app, const std::vector<PlayingProgram>& playing) {
+  [[nodiscard]] std::optional<PlayingProgram> of(const AppUsage& app) const {
+    if (byId_.empty()) return std::nullopt;
+    const PlayingProgram* best = nullptr;
+    keepBetter(best, find(byId_, app.id));
+    // A player without an identity of its own counts toward the app that started it.
+    for (const ProcessSample& process : app.processes) {
+      keepBetter(best, find(byId_, fallbackIdentity(process.key)));
+      keepBetter(best, find(byKey_, process.key));
+    }
+    return best != nullptr ? std::optional(*best) : std::nullopt;
+  }
+
+ private:
+  // Of several the one that sounds, and of those the one that is turned down furthest.
+  static void keepBetter(const PlayingProgram*& best, const PlayingProgram* other) {
+    if (other == nullptr) return;
+    if (best == nullptr ||
+        std::tuple(!other->sounding, other->gain) < std::tuple(!best->sounding, best->gain)) {
+      best = other;
+    }
+  }
+  template <class Map>
+  static const PlayingProgram* find(const Map& map, const typename Map::key_type& key) {
+    const auto found = map.find(key);
+    return found == map.end() ? nullptr : found->second;
+  }
+
+  std::unordered_map<std::string, const PlayingProgram*> byId_;
+  std::unordered_map<ProcessKey, const PlayingProgram*> byKey_;
+};
+
+TopRow appRow(const AppUsage& app, const Players& players) {
   TopRow row;
   row.name = printable(app.name);
   row.id = printable(app.id);
@@ -48,7 +67,7 @@ TopRow appRow(const AppUsage& app, const std::vector<PlayingProgram>& playing) {
   row.upload = app.upload;
   row.energy = app.energy;
   row.processes = app.processes.size();
-  row.playing = playingOf(app, playing);
+  row.playing = players.of(app);
   return row;
 }
 
@@ -110,7 +129,8 @@ std::vector<TopRow> topRows(const TopState& state) {
   if (state.projects) {
     for (const MonitorProject& project : data.projects) rows.push_back(projectRow(project, data.idle));
   } else {
-    for (const AppUsage& app : data.snapshot.apps) rows.push_back(appRow(app, data.playing));
+    const Players players(data.playing);
+    for (const AppUsage& app : data.snapshot.apps) rows.push_back(appRow(app, players));
   }
   std::sort(rows.begin(), rows.end(), [&state](const TopRow& left, const TopRow& right) {
     const double leftWeight = weight(left, state.sort);
