@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "MonitorCore/MonitorError.h"
 #include "MonitorCore/MonitorHelperProtocol.h"
@@ -24,5 +26,8 @@ struct HelperPorts {
 
 // std::system_error when the kernel has no thread to give.
 [[nodiscard]] HelperPorts makeHelperPorts();
+
+// The file name of the process's executable; empty when it is not known. One thread at a time.
+[[nodiscard]] std::string executableName(std::int32_t pid);
 
 }  // namespace monitor::vesk

@@ -32,6 +32,8 @@ inline constexpr const char* kInvalidSignature = "org.freedesktop.DBus.Error.Inv
 inline constexpr const char* kNoReply = "org.freedesktop.DBus.Error.NoReply";
 inline constexpr const char* kServiceUnknown = "org.freedesktop.DBus.Error.ServiceUnknown";
 inline constexpr const char* kNameHasNoOwner = "org.freedesktop.DBus.Error.NameHasNoOwner";
+// What a service's accept hook refuses a client with, as AccessDenied.
+inline constexpr const char* kClientRefused = "This client may not use the service.";
 inline constexpr const char* kSpawnPrefix = "org.freedesktop.DBus.Error.Spawn.";
 
 }  // namespace monitor::platform::names

@@ -59,8 +59,7 @@ int PeerTable::handle(sd_bus_message* call, Perform perform) {
   int result = sd_bus_message_new_method_return(call, &made);
   request.answer.reset(made);
   if (result >= 0 && peer->session == nullptr) {
-    result = sd_bus_message_new_method_errorf(call, &made, names::kAccessDenied,
-                                              "This client may not use the service.");
+    result = sd_bus_message_new_method_errorf(call, &made, names::kAccessDenied, "%s", names::kClientRefused);
     request.refusal.reset(made);
   }
   if (result < 0) return result;

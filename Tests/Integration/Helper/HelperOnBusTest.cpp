@@ -69,6 +69,7 @@ TEST_F(HelperOnBus, CommandShowsTheStatusAndTheReadings) {
   EXPECT_THAT(run.output, HasSubstr("Connected \u00B7 1 hardware reading available.\n"));
   EXPECT_THAT(run.output, HasSubstr("powerWatts"));
   EXPECT_THAT(run.output, HasSubstr("12.3"));
+  EXPECT_THAT(run.output, HasSubstr("helper_integration_tests\n"));  // this process, by name
 }
 
 TEST_F(HelperOnBus, SamplingCommandsMergeWhatItMeasures) {

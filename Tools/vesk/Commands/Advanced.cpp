@@ -39,7 +39,7 @@ ExitCode advanced(bool json, const Console& console) {
   (void)helper.settle(HelperReadings::kLongestRequestSeconds);
   const auto sample = helper.latest();
   if (!sample) fail(helper, json, console);
-  json ? printAdvancedJson(*sample, console) : printAdvancedSample(*sample, console);
+  json ? printAdvancedJson(*sample, console) : printAdvancedSample(*sample, console, executableName);
   return ExitCode::Ok;
 }
 
