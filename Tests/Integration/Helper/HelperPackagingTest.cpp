@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -65,6 +66,28 @@ TEST_F(HelperUnit, HasTheNameThatTheBusStartsOnlyWhileItIsEnabled) {
   EXPECT_THAT(text, HasSubstr("\nAlias=dbus-app.vesk.native.monitor-helper.service\n"));
   const auto activation = contents(VESK_PACKAGING "/app.vesk.native.monitor-helper.service");
   EXPECT_THAT(activation, HasSubstr("\nSystemdService=dbus-app.vesk.native.monitor-helper.service\n"));
+}
+
+// The service manager's own tool, on a folder in place of the system.
+TEST_F(HelperUnit, IsEnabledByTheAliasThatTheBusStartsAndDisabledByTakingItAway) {
+  namespace fs = std::filesystem;
+  const fs::path root = bus.directory() / "root";
+  fs::create_directories(root / "usr/lib/systemd/system");
+  fs::copy_file(copy, root / "usr/lib/systemd/system" / kUnit);
+  const fs::path alias = root / "etc/systemd/system/dbus-app.vesk.native.monitor-helper.service";
+  const auto systemctl = [&](const std::string& verb) {
+    return bus
+        .run({"sh", "-c", "systemctl --root=" + root.string() + " " + verb + " " + kUnit + " 2>/dev/null"})
+        .output;
+  };
+  EXPECT_EQ(systemctl("is-enabled"), "disabled\n");
+  (void)systemctl("enable");
+  EXPECT_TRUE(fs::is_symlink(alias));
+  EXPECT_EQ(systemctl("is-enabled"), "enabled\n");
+  (void)systemctl("disable");
+  EXPECT_FALSE(fs::is_symlink(alias));
+  (void)systemctl("mask");
+  EXPECT_EQ(systemctl("is-enabled"), "masked\n");
 }
 
 // Whoever starts it, it is the unit that confines it.
