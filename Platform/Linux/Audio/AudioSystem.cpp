@@ -201,7 +201,7 @@ AudioOutcome AudioSystem::createProcessTap(RouteTable::View view, const ProcessT
 }
 
 AudioOutcome AudioSystem::destroyProcessTap(RouteTable::View view, AudioObjectID tap) {
-  return call({.begin = [=, this] { return routes_.removeTap(view, tap); }});
+  return call({.begin = [=, this] { return routes_.removeTap(view, tap); }, .evenLate = true});
 }
 
 AudioOutcome AudioSystem::createAggregateDevice(RouteTable::View view,
@@ -216,25 +216,62 @@ AudioOutcome AudioSystem::createAggregateDevice(RouteTable::View view,
 }
 
 AudioOutcome AudioSystem::destroyAggregateDevice(RouteTable::View view, AudioObjectID device) {
-  return call({.begin = [=, this] { return routes_.removeAggregate(view, device); }});
+  return call({.begin = [=, this] { return routes_.removeAggregate(view, device); }, .evenLate = true});
 }
 
 AudioOutcome AudioSystem::createIOProc(RouteTable::View view, AudioObjectID device, AudioIOBlock block,
                                        AudioIOProcID& procedure) {
   const auto made = std::make_shared<AudioIOProcID>(0);
+  const bool empty = !block;
+  auto owned = std::make_shared<StoppableBlock>(std::move(block));
+  const std::weak_ptr<StoppableBlock> watched = owned;
+  AudioIOBlock running;
+  if (!empty) {
+    running = [owned = std::move(owned)](const MonitorAudioBufferList* input,
+                                         MonitorAudioBufferList* output) { owned->run(input, output); };
+  }
   // Handed on, not copied: whoever destroys the procedure destroys the block.
   const auto outcome = call({.begin =
-                                 [=, this, block = std::move(block)]() mutable {
-                                   return routes_.addProcedure(view, device, std::move(block), *made);
+                                 [=, this, running = std::move(running)]() mutable {
+                                   return routes_.addProcedure(view, device, std::move(running), *made);
                                  },
                              .undo = [=, this] { routes_.removeProcedure(view, device, *made); }});
-  if (outcome.ok()) procedure = *made;
+  if (!outcome.ok()) return outcome;
+  procedure = *made;
+  const std::lock_guard lock{blocksMutex_};
+  blocks_.insert_or_assign(procedure, Block{view, watched});
   return outcome;
 }
 
 AudioOutcome AudioSystem::destroyIOProc(RouteTable::View view, AudioObjectID device,
                                         AudioIOProcID procedure) {
-  return call({.begin = [=, this] { return routes_.removeProcedure(view, device, procedure); }});
+  const auto outcome = call(
+      {.begin = [=, this] { return routes_.removeProcedure(view, device, procedure); }, .evenLate = true});
+  forgetBlock(view, procedure, outcome.ok());
+  return outcome;
+}
+
+void AudioSystem::forgetBlock(RouteTable::View view, AudioIOProcID procedure, bool destroyed) {
+  std::shared_ptr<StoppableBlock> block;
+  {
+    const std::lock_guard lock{blocksMutex_};
+    const auto entry = blocks_.find(procedure);
+    if (entry == blocks_.end() || entry->second.view != view) return;
+    block = entry->second.block.lock();
+    blocks_.erase(entry);
+  }
+  if (!destroyed && block != nullptr) block->stop();
+}
+
+void AudioSystem::forgetBlocks(RouteTable::View view) {
+  std::vector<AudioIOProcID> procedures;
+  {
+    const std::lock_guard lock{blocksMutex_};
+    for (const auto& [procedure, block] : blocks_) {
+      if (block.view == view) procedures.push_back(procedure);
+    }
+  }
+  for (const AudioIOProcID procedure : procedures) forgetBlock(view, procedure, false);
 }
 
 AudioOutcome AudioSystem::startDevice(RouteTable::View view, AudioObjectID device, AudioIOProcID procedure) {
@@ -250,24 +287,28 @@ AudioOutcome AudioSystem::stopDevice(RouteTable::View view, AudioObjectID device
                  return routes_.finishStop(device);
                },
                // The caller may rely on the stop whatever its outcome.
-               .undo = [=, this] { routes_.finishStop(device); }});
+               .undo = [=, this] { routes_.finishStop(device); },
+               .evenLate = true});
 }
 
 void AudioSystem::closeView(RouteTable::View view) {
   listeners_.removeView(view);
-  // Without a connection nothing was made, or it is gone with the last one: nothing to wait for.
-  if (published_.current()->state != PipeWireConnection::State::Ready) return;
-  call({.begin =
-            [=, this] {
-              routes_.beginClose(view);
-              return AudioOutcome{};
-            },
-        .poll = [=, this]() -> std::optional<AudioOutcome> {
-          if (!routes_.closeOutcome(view)) return std::nullopt;
-          routes_.finishClose(view);
-          return AudioOutcome{};
-        },
-        .undo = [=, this] { routes_.finishClose(view); }});
+  // Without a connection nothing was made, or it goes with the last one: nothing to wait for.
+  if (published_.current()->state == PipeWireConnection::State::Ready) {
+    call({.begin =
+              [=, this] {
+                routes_.beginClose(view);
+                return AudioOutcome{};
+              },
+          .poll = [=, this]() -> std::optional<AudioOutcome> {
+            if (!routes_.closeOutcome(view)) return std::nullopt;
+            routes_.finishClose(view);
+            return AudioOutcome{};
+          },
+          .undo = [=, this] { routes_.finishClose(view); },
+          .evenLate = true});
+  }
+  forgetBlocks(view);
 }
 
 }  // namespace monitor::platform

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -19,6 +20,7 @@
 #include "Platform/Linux/Audio/ProcessObjects.h"
 #include "Platform/Linux/Audio/ProcessSource.h"
 #include "Platform/Linux/Audio/RouteTable.h"
+#include "Platform/Linux/Audio/StoppableBlock.h"
 
 namespace monitor::platform {
 
@@ -63,8 +65,18 @@ class AudioSystem final : private PipeWireConnection::Observer {
   void watchProcesses();
   void processEnded(std::int32_t pid);
   void publish();
+  // What is to be kept of a procedure's block besides the route: a way to stop it without the loop.
+  void forgetBlock(RouteTable::View view, AudioIOProcID procedure, bool destroyed);
+  void forgetBlocks(RouteTable::View view);
   void tellListeners(ObjectTable table);
 
+  struct Block {
+    RouteTable::View view = nullptr;
+    std::weak_ptr<StoppableBlock> block;  // the route owns it
+  };
+
+  std::mutex blocksMutex_;
+  std::map<AudioIOProcID, Block> blocks_;
   ListenerTable listeners_;
   PublishedTable published_;
   std::optional<ObjectTable>

@@ -47,7 +47,7 @@ AudioOutcome CallQueue::run(Operation operation, Clock::time_point deadline) {
 void CallQueue::begin(const std::shared_ptr<Call>& call) {
   {
     const std::lock_guard lock{call->mutex};
-    if (call->abandoned) return;
+    if (call->abandoned && !call->operation.evenLate) return;
   }
   if (auto outcome = call->operation.begin(); !outcome.ok() || !call->operation.poll) {
     // A begin() that fails has left nothing behind; one that succeeds may have to be undone.

@@ -26,6 +26,8 @@ class CallQueue {
     // Takes back what begin() started, when the call fails, or succeeds only after its caller has stopped
     // waiting.
     std::function<void()> undo = {};
+    // Begun even when its caller has stopped waiting: it ends something, and nobody will ask for that again.
+    bool evenLate = false;
   };
 
   explicit CallQueue(LoopThread& thread);

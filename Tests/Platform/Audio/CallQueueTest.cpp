@@ -112,6 +112,26 @@ TEST_F(CallQueueTest, CallerDoesNotWaitForALoopThatHangsAndNothingIsBegunLater) 
   EXPECT_FALSE(begun);
 }
 
+TEST_F(CallQueueTest, CallThatEndsSomethingIsCarriedOutHoweverLate) {
+  std::promise<void> release;
+  thread.post([&] { release.get_future().wait(); });
+  std::atomic<int> begun{0};
+  const auto outcome = run({.begin =
+                                [&] {
+                                  ++begun;
+                                  return AudioOutcome{};
+                                },
+                            .poll = []() -> std::optional<AudioOutcome> { return std::nullopt; },
+                            .undo = [&] { ++undone; },
+                            .evenLate = true},
+                           milliseconds{50});
+  EXPECT_EQ(outcome.status, audiostatus::kTimedOut);
+  release.set_value();
+  onLoop([] {});
+  EXPECT_EQ(begun, 1);
+  EXPECT_EQ(undone, 1) << "there is no time left to wait for it";
+}
+
 TEST_F(CallQueueTest, SuccessThatNobodyWaitsForAnyLongerIsUndone) {
   std::promise<void> release;
   const auto outcome = run({.begin =

@@ -8,6 +8,7 @@
 #include "MonitorAudioEngine/AudioGainBuffer.h"
 #include "MonitorAudioEngine/MonitorGain.h"
 #include "Platform/Linux/Audio/RouteMixer.h"
+#include "Platform/Linux/Audio/StoppableBlock.h"
 #include "Tests/Support/RealtimeTrap.h"
 
 namespace monitor::platform::test {
@@ -69,6 +70,21 @@ TEST_F(RouteMixerRealtimeTest, ClosedGatesUnlinkedPortsAndMissingOutputsAreAsWel
   expectNothingCaught();
   EXPECT_TRUE(mixer.detach());
   expectNothingCaught();
+}
+
+TEST_F(RouteMixerRealtimeTest, StoppableBlocksAreAsWellBehaved) {
+  const auto block = std::make_shared<StoppableBlock>(
+      [state = gain.pointer()](const MonitorAudioBufferList* input, MonitorAudioBufferList* output) {
+        MonitorGainRender(state, input, output);
+      });
+  mixer.attach(std::make_shared<const AudioIOBlock>(
+      [block](const MonitorAudioBufferList* input, MonitorAudioBufferList* output) {
+        block->run(input, output);
+      }));
+  expectNothingCaught();
+  EXPECT_TRUE(block->stop());
+  expectNothingCaught();
+  EXPECT_EQ(MonitorGainFrames(gain.pointer()), 8U);
 }
 
 TEST_F(RouteMixerRealtimeTest, DenormalSamplesAreAsWellBehaved) {
