@@ -21,7 +21,7 @@ namespace monitor::platform::test {
 using std::chrono::milliseconds;
 
 // Asks until the answer is yes; false at the deadline.
-inline bool eventually(const std::function<bool()>& condition, milliseconds deadline = milliseconds{3000}) {
+inline bool eventually(const std::function<bool()>& condition, milliseconds deadline = milliseconds{10'000}) {
   const auto end = std::chrono::steady_clock::now() + deadline;
   while (!condition()) {
     if (std::chrono::steady_clock::now() >= end) return false;
