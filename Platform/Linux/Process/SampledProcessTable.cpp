@@ -27,6 +27,8 @@ constexpr std::int32_t kPeriods = 61;
 // A process that ran in so many passes in a row is taken to have run, and asked in one of so many.
 constexpr unsigned kBusyPasses = 4;
 
+constexpr std::array<const char*, 3> kFileNames{"stat", "statm", "io"};
+
 using RunsBuffer = std::array<char, 72>;  // three numbers of twenty digits
 using StatBuffer = std::array<char, 4096>;
 using FigureBuffer = std::array<char, 1024>;
@@ -139,6 +141,8 @@ void SampledProcessTable::look(std::int32_t pid, Process& process) {
   if (activity == Activity::Ran) {
     process.read = false;
     process.sockets.ran = true;
+  } else {
+    dropFiles(process);
   }
   if (now_ >= process.nextCheck) {
     process.read = false;
@@ -194,13 +198,13 @@ SampledProcessTable::Process* SampledProcessTable::current(std::int32_t pid) {
   Process* process = find(pid);
   if (process == nullptr) return admit(pid);
   if (process->read) return process;
-  const Outcome outcome = readAll(pid, *process);
-  if (outcome == Outcome::Read) {
-    if (process->threads != 1) unwatch(*process);
+  if (readAll(pid, *process) == Outcome::Read) {
+    if (process->threads != 1) drop(process->schedstat);
+    if (process->threads != 1 || process->ranPasses >= kBusyPasses) keepFiles(pid, *process);
     return process;
   }
   forget(pid);
-  return outcome == Outcome::Other ? admit(pid) : nullptr;
+  return admit(pid);  // its pid may be another's by now
 }
 
 SampledProcessTable::Process* SampledProcessTable::admit(std::int32_t pid) {
@@ -215,7 +219,7 @@ SampledProcessTable::Process* SampledProcessTable::admit(std::int32_t pid) {
     return nullptr;
   }
   process.nextCheck = nextCheck(pid, process);
-  if (process.threads != 1) unwatch(process);
+  if (process.threads != 1) drop(process.schedstat);
   return &process;
 }
 
@@ -229,16 +233,37 @@ void SampledProcessTable::watch(std::int32_t pid, Process& process) {
   ++kept_;
 }
 
-void SampledProcessTable::unwatch(Process& process) {
-  if (!process.schedstat) return;
-  process.schedstat.reset();
+void SampledProcessTable::keepFiles(std::int32_t pid, Process& process) {
+  if (process.files[Stat] || kept_ + FileCount > settings_.keptDescriptors / 2) return;
+  for (std::size_t file = 0; file < FileCount; ++file) {
+    FileDescriptor descriptor = proc_.open(pid, kFileNames[file]);
+    if (!descriptor.valid()) continue;
+    process.files[file].emplace(std::move(descriptor));
+    ++kept_;
+  }
+}
+
+std::optional<std::string_view> SampledProcessTable::read(std::int32_t pid, const Process& process, File file,
+                                                          std::span<char> buffer) const {
+  const auto& kept = process.files[file];
+  return kept ? readAgain(*kept, buffer) : proc_.read(pid, kFileNames[file], buffer);
+}
+
+void SampledProcessTable::drop(std::optional<FileDescriptor>& descriptor) {
+  if (!descriptor) return;
+  descriptor.reset();
   --kept_;
+}
+
+void SampledProcessTable::dropFiles(Process& process) {
+  for (auto& file : process.files) drop(file);
 }
 
 void SampledProcessTable::forget(std::int32_t pid) {
   const auto entry = processes_.find(pid);
   if (entry == processes_.end()) return;
-  unwatch(entry->second);
+  drop(entry->second.schedstat);
+  dropFiles(entry->second);
   processes_.erase(entry);
   ended_.push_back(pid);
   foundPid_ = 0;
@@ -252,7 +277,7 @@ SampledProcessTable::Outcome SampledProcessTable::readAll(std::int32_t pid, Proc
   if (*owner != settings_.owner) return Outcome::Other;
   process.record.owner = *owner;
   StatBuffer buffer;
-  const auto text = proc_.read(pid, "stat", buffer);
+  const auto text = read(pid, process, Stat, buffer);
   if (!text && errno != EACCES && errno != EPERM) return Outcome::Ended;
   if (text) {
     const auto stat = parseProcessStat(*text);
@@ -280,8 +305,8 @@ SampledProcessTable::Outcome SampledProcessTable::take(std::int32_t pid, Process
   FigureBuffer io;
   StatusBuffer status;
   UsageTexts texts;
-  if (!stat.kernelThread) texts.statm = proc_.read(pid, "statm", statm);
-  texts.io = proc_.read(pid, "io", io);
+  if (!stat.kernelThread) texts.statm = read(pid, process, Statm, statm);
+  texts.io = read(pid, process, Io, io);
   if (swapInUse_ && !stat.kernelThread) texts.status = proc_.read(pid, "status", status);
   process.usage = usageOf(stat, texts, settings_.units);
   process.record = *record;

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -40,7 +42,8 @@ class SampledProcessTable final : public ProcessTable {
   struct Settings {
     std::string root = "/proc";
     std::uint32_t owner = 0;
-    // Descriptors to keep open at most, one a process. Without one schedstat is opened in every pass.
+    // Descriptors to keep open at most: one a process, for schedstat, and half of them at most for the other
+    // files of those that run all the time. What has none is opened for every read.
     std::size_t keptDescriptors = 0;
     ListenerDump listeners = {};  // none: the tables below `root` are read
     KernelUnits units = kernelUnits();
@@ -66,8 +69,10 @@ class SampledProcessTable final : public ProcessTable {
     std::uint64_t count = 0;
     friend bool operator==(const Runs&, const Runs&) = default;
   };
+  enum File : std::uint8_t { Stat, Statm, Io, FileCount };
   struct Process {
     std::optional<FileDescriptor> schedstat;
+    std::array<std::optional<FileDescriptor>, FileCount> files;
     std::optional<Runs> runs;  // read before everything else of a pass
     unsigned ranPasses = 0;    // in a row
     std::uint64_t pass = 0;    // the last one that saw it
@@ -103,9 +108,13 @@ class SampledProcessTable final : public ProcessTable {
   [[nodiscard]] Process* current(std::int32_t pid);
   [[nodiscard]] Process* admit(std::int32_t pid);
   void watch(std::int32_t pid, Process& process);
+  void keepFiles(std::int32_t pid, Process& process);
+  [[nodiscard]] std::optional<std::string_view> read(std::int32_t pid, const Process& process, File file,
+                                                     std::span<char> buffer) const;
   [[nodiscard]] Outcome readAll(std::int32_t pid, Process& process) const;
   [[nodiscard]] Outcome take(std::int32_t pid, Process& process, const ProcessStat& stat) const;
-  void unwatch(Process& process);
+  void drop(std::optional<FileDescriptor>& descriptor);
+  void dropFiles(Process& process);
   void forget(std::int32_t pid);
   [[nodiscard]] double nextCheck(std::int32_t pid, const Process& process) const;
 

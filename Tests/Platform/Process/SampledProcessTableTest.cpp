@@ -25,6 +25,30 @@ class HandClock final : public Clock {
   double seconds = 100'000.0;
 };
 
+// Counts what is opened in a folder.
+class OpenCount {
+ public:
+  explicit OpenCount(const std::string& folder) : watch_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    if (::inotify_add_watch(watch_.get(), folder.c_str(), IN_OPEN) < 0) ADD_FAILURE() << folder;
+  }
+  // Since the last call.
+  [[nodiscard]] std::size_t take() const {
+    alignas(inotify_event) std::array<char, 4096> buffer;
+    std::size_t count = 0;
+    ssize_t length = 0;
+    while ((length = ::read(watch_.get(), buffer.data(), buffer.size())) > 0) {
+      for (ssize_t offset = 0; offset < length; ++count) {
+        const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + offset);
+        offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+      }
+    }
+    return count;
+  }
+
+ private:
+  FileDescriptor watch_;
+};
+
 class SampledProcessTableTest : public testing::Test {
  public:
   // Process 42, idle since it ran 5 times for 1,000 ns.
@@ -153,6 +177,39 @@ TEST_F(SampledProcessTableTest, KeptDescriptorSeesWhatHappens) {
   (void)keeping.allPids();
   EXPECT_EQ(keeping.usage(42)->cpuTime, 9U);
   EXPECT_EQ(keeping.usage(43)->cpuTime, 8U);
+}
+
+TEST_F(SampledProcessTableTest, FilesOfAProcessThatRunsAllTheTimeStayOpen) {
+  SampledProcessTable keeping = makeTable(::getuid(), 100);
+  const auto run = [&](std::uint64_t ticks) {
+    process(42, {.userTicks = ticks}).schedule(42, std::to_string(1'000 + ticks) + " 20 5");
+    (void)keeping.allPids();
+    return keeping.usage(42)->cpuTime;
+  };
+  for (std::uint64_t ticks = 1; ticks <= 8; ++ticks) EXPECT_EQ(run(ticks), ticks);
+  process(42, {.userTicks = 9}).schedule(42, "1009 20 5");
+  const OpenCount opened(tree.path("proc/42"));
+  (void)keeping.allPids();
+  EXPECT_EQ(keeping.usage(42)->cpuTime, 9U);
+  EXPECT_EQ(opened.take(), 0U);
+  // Stops: they are closed, and opened again when it runs once more.
+  for (int pass = 0; pass < 9; ++pass) (void)keeping.allPids();
+  EXPECT_EQ(keeping.usage(42)->cpuTime, 9U);
+  EXPECT_EQ(run(10), 10U);
+}
+
+TEST_F(SampledProcessTableTest, PidOfAProcessWithOpenFilesMayBeTakenByAnother) {
+  SampledProcessTable keeping = makeTable(::getuid(), 100);
+  process(43, {.userTicks = 1, .threads = 5});
+  for (int pass = 0; pass < 3; ++pass) {
+    (void)keeping.allPids();
+    EXPECT_EQ(keeping.usage(43)->cpuTime, 1U);
+  }
+  process(43, {.userTicks = 70, .startTicks = 9'000});
+  (void)keeping.allPids();
+  ASSERT_TRUE(keeping.record(43));
+  EXPECT_EQ(keeping.usage(43)->cpuTime, 70U);
+  EXPECT_TRUE(keeping.mayHaveNewIdentity(43));
 }
 
 TEST_F(SampledProcessTableTest, MemoryOfAnIdleProcessIsReadAgainWithTime) {
@@ -321,30 +378,6 @@ TEST_F(SampledProcessTableTest, IdentityIsCheckedAgainWhenAProcessIsTwiceAsOld) 
   (void)table.allPids();
   EXPECT_TRUE(table.mayHaveNewIdentity(43));
 }
-
-// Counts what is opened in a folder.
-class OpenCount {
- public:
-  explicit OpenCount(const std::string& folder) : watch_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-    if (::inotify_add_watch(watch_.get(), folder.c_str(), IN_OPEN) < 0) ADD_FAILURE() << folder;
-  }
-  // Since the last call.
-  [[nodiscard]] std::size_t take() const {
-    alignas(inotify_event) std::array<char, 4096> buffer;
-    std::size_t count = 0;
-    ssize_t length = 0;
-    while ((length = ::read(watch_.get(), buffer.data(), buffer.size())) > 0) {
-      for (ssize_t offset = 0; offset < length; ++count) {
-        const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + offset);
-        offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-      }
-    }
-    return count;
-  }
-
- private:
-  FileDescriptor watch_;
-};
 
 TEST_F(SampledProcessTableTest, NothingOfAnotherUserIsOpened) {
   SampledProcessTable others = makeTable(::getuid() + 1);
