@@ -79,12 +79,10 @@ bool PeerTable::knows(sd_bus_message* call) const {
 void PeerTable::close(PeerSession::End reason) {
   closed_ = true;
   for (const auto& peer : peers_) {
-    peer->credentials.reset();
-    peer->held.clear();
     if (const auto session = std::exchange(peer->session, nullptr)) session->end(reason);
   }
   const auto done = [reason](const auto& peer) {
-    return peer->answers.empty() || reason == PeerSession::End::BusLost;
+    return (peer->answers.empty() && peer->held.empty()) || reason == PeerSession::End::BusLost;
   };
   peers_.erase(std::remove_if(peers_.begin(), peers_.end(), done), peers_.end());
 }
@@ -153,6 +151,7 @@ void PeerTable::decide(Peer& peer, std::uint32_t userIdentifier) {
     return;
   }
   for (auto& request : held) start(peer, std::move(request));
+  if (closed_) std::exchange(peer.session, nullptr)->end(PeerSession::End::ServiceLeaves);
 }
 
 std::unique_ptr<PeerSession> PeerTable::accept(std::uint32_t userIdentifier) const {

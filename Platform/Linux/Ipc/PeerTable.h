@@ -75,8 +75,8 @@ class PeerTable {
   [[nodiscard]] bool knows(sd_bus_message* call) const;
 
   [[nodiscard]] bool empty() const { return peers_.empty(); }
-  // Ends all sessions and takes no further call. Unless the bus is lost, answers that are still to come are
-  // sent all the same: a peer stays in the table until it has them.
+  // Ends all sessions and takes no further call. Unless the bus is lost, the calls that it has taken are
+  // performed and answered all the same: a peer stays in the table until it has its answers.
   void close(PeerSession::End reason);
 
  private:

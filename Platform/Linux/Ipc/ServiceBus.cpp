@@ -58,12 +58,27 @@ void ServiceBus::start() {
 }
 
 void ServiceBus::leave() {
-  if (phase_ == Phase::Leaving || phase_ == Phase::Left) return;
+  if (told_ || phase_ == Phase::Left) return;
+  told_ = true;
+  setTimer(options_.lastAnswersSeconds, onLate);
+  switch (phase_) {
+    case Phase::Serving:
+    case Phase::TakingBack:
+      return giveNameUp();
+    case Phase::Nameless:
+      return endSessions();
+    case Phase::GivingUp:  // the bus's word is on its way
+    case Phase::Leaving:
+    case Phase::Left:
+      return;
+  }
+}
+
+void ServiceBus::endSessions() {
   phase_ = Phase::Leaving;
   pending_.reset();
   peers_.close(PeerSession::End::ServiceLeaves);
-  if (peers_.empty()) return finish(EXIT_SUCCESS);
-  setTimer(options_.lastAnswersSeconds, onLate);
+  if (peers_.empty()) finish(EXIT_SUCCESS);
 }
 
 int ServiceBus::onDisconnected(sd_bus_message* /*message*/, void* data, sd_bus_error* /*error*/) noexcept {
@@ -121,6 +136,10 @@ void ServiceBus::giveNameUp() {
 
 int ServiceBus::onReleased(sd_bus_message* /*message*/, void* data, sd_bus_error* /*error*/) noexcept {
   auto& self = *static_cast<ServiceBus*>(data);
+  if (self.told_) {
+    self.endSessions();
+    return 0;
+  }
   if (self.peers_.empty()) {
     self.finish(EXIT_SUCCESS);
     return 0;
@@ -148,7 +167,10 @@ int ServiceBus::onTakenBack(sd_bus_message* message, void* data, sd_bus_error* /
 }
 
 int ServiceBus::onLate(sd_event_source* /*source*/, std::uint64_t /*time*/, void* data) noexcept {
-  static_cast<ServiceBus*>(data)->finish(EXIT_SUCCESS);
+  auto& self = *static_cast<ServiceBus*>(data);
+  // A bus that stands still has not even said its word on the name.
+  self.peers_.close(PeerSession::End::ServiceLeaves);
+  self.finish(EXIT_SUCCESS);
   return 0;
 }
 

@@ -26,6 +26,9 @@ struct ServiceBusOptions {
 // A service that has been idle leaves without losing a call: it gives the name back first, and the bus's word
 // on that comes after every call that was sent to it before. If one of those brought a peer, the name is
 // taken again and the service stays; where somebody else has taken it meanwhile, it stays for that peer only.
+// A service that is told to leave goes the same way, at most `lastAnswersSeconds` long: what was sent to it
+// before the name was free is answered. (A service manager tells it to as soon as the name is free, so the two
+// happen together.)
 //
 // The loop's thread only.
 class ServiceBus {
@@ -42,7 +45,7 @@ class ServiceBus {
   [[nodiscard]] PeerTable& peers() { return peers_; }
   // After the objects are in place: takes the name. std::system_error, EEXIST when somebody else has it.
   void start();
-  // Ends every session, lets the answers under way out and leaves with status 0.
+  // Gives the name back, ends every session, lets the answers under way out and leaves with status 0.
   void leave();
 
  private:
@@ -65,6 +68,7 @@ class ServiceBus {
   void peersEmptied();
   void setTimer(double seconds, sd_event_time_handler_t handler);
   void giveNameUp();
+  void endSessions();
   void finish(int status);
 
   std::shared_ptr<EventLoop> loop_;
@@ -73,6 +77,7 @@ class ServiceBus {
   Bus bus_;
   PeerTable peers_;
   Phase phase_ = Phase::Serving;
+  bool told_ = false;  // to leave
   std::uint64_t lastCall_ = 0;  // µs of the monotonic clock
   EventSource timer_;
   Slot disconnected_;

@@ -15,6 +15,7 @@
 #include "Platform/Linux/Ipc/BusNames.h"
 #include "Platform/Linux/Ipc/RemoteConnections.h"
 #include "Tests/Integration/Ipc/ServiceOnBus.h"
+#include "Tests/Platform/Ipc/TypeDbusManager.h"
 
 namespace monitor::tests {
 namespace {
@@ -72,6 +73,16 @@ TEST(ServiceLife, AnswersEveryCallThatMeetsItWhileItLeaves) {
     ASSERT_EQ(RawClient(bus).call(kServiceInterface, "Applications"), "") << round;
     usleep(static_cast<useconds_t>(15'000 + round * 500));
   }
+}
+
+TEST(ServiceLife, AnswersEveryCallAlsoWhenItsManagerEndsItAsSoonAsTheNameIsFree) {
+  const PrivateBus bus({.activations = {{kServiceName, fakeServiceProgram() + " --idle 0.02"}}});
+  const TypeDbusManager manager(bus.address(), kServiceName);
+  for (int round = 0; round < 40; ++round) {
+    ASSERT_EQ(RawClient(bus).call(kServiceInterface, "Applications"), "") << round;
+    usleep(static_cast<useconds_t>(15'000 + round * 500));
+  }
+  EXPECT_GT(manager.told(), 0U);
 }
 
 TEST(ServiceLife, RefusesClientsWhenItBelongsToAnotherUser) {

@@ -272,6 +272,19 @@ TEST_F(LeavingListenerTest, TakesItsNameBackForACallThatArrivesMeanwhile) {
   EXPECT_EQ(logged("1 applications"), 2U);
 }
 
+TEST_F(LeavingListenerTest, AnswersACallThatArrivesMeanwhileThoughItIsToldToEnd) {
+  RawClient client(bus);
+  // The name is being given back, and the call is on its way.
+  ASSERT_TRUE(callAsItLeaves(client, [&] {
+    service->stop();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }));
+  EXPECT_EQ(service->join(), 0);
+  EXPECT_EQ(logged("1 applications"), 1U);
+  EXPECT_EQ(logged("1 invalidated"), 1U);
+  EXPECT_EQ(objects(), 0U);
+}
+
 TEST_F(LeavingListenerTest, StaysForItsPeerOnlyWhenAnotherServiceTookTheName) {
   auto client = std::make_unique<RawClient>(bus);
   ASSERT_TRUE(callAsItLeaves(*client, [&] {
@@ -297,6 +310,46 @@ TEST_F(ListenerTest, EndsSessionsAndAnswersBeforeItLeavesWhenToldTo) {
   EXPECT_EQ(service->join(), 0);
   ASSERT_TRUE(client.process(1, 20.0));
   EXPECT_EQ(delegate.behaviour->log.entries().back(), "1 invalidated");
+}
+
+// The bus brings two calls after the service was told, and before the name is free: of a client that has a
+// session and of one that has none. Where the bus takes them up the other way round there is nobody to call;
+// then it is tried again.
+TEST_F(ListenerTest, AnswersWhatWasSentBeforeItsNameIsFreeWhenToldTo) {
+  bool answered = false;
+  for (int attempt = 0; attempt < 10 && !answered; ++attempt) {
+    RawClient known(bus);
+    RawClient stranger(bus);
+    serve();
+    ASSERT_EQ(applications(known), "");
+    ::kill(bus.pid(), SIGSTOP);
+    known.send("Stop");
+    stranger.send("Stop");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    service->stop();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ::kill(bus.pid(), SIGCONT);
+    ASSERT_TRUE(known.process(1, 20.0));
+    ASSERT_TRUE(stranger.process(1, 20.0));
+    answered = known.errors == 0 && stranger.errors == 0;
+    EXPECT_EQ(service->join(), 0);
+    EXPECT_EQ(objects(), 0U);
+    service.reset();
+  }
+  EXPECT_TRUE(answered);
+}
+
+TEST_F(ListenerTest, EndsItsSessionsOnABusThatStandsStill) {
+  auto options = platform::AudioServiceListener::defaults();
+  options.lastAnswersSeconds = 0.05;
+  serve(options);
+  RawClient client(bus);
+  ASSERT_EQ(applications(client), "");
+  ::kill(bus.pid(), SIGSTOP);
+  service->stop();
+  EXPECT_TRUE(eventually([&] { return objects() == 0; }));
+  ::kill(bus.pid(), SIGCONT);
+  EXPECT_EQ(service->join(), 0);
 }
 
 TEST_F(ListenerTest, WaitsForTheLastAnswersOnlySoLong) {
