@@ -127,7 +127,7 @@ void EventLoop::add(std::uint64_t due, Delayed entry) {
 }
 
 void EventLoop::wake(std::unique_lock<std::mutex> lock) {
-  if (std::exchange(signalled_, true)) return;
+  if (std::exchange(awake_, true)) return;
   lock.unlock();
   const std::uint64_t one = 1;
   // Fails only when the counter is full, and then the loop has not lacked for edges.
@@ -136,24 +136,40 @@ void EventLoop::wake(std::unique_lock<std::mutex> lock) {
 
 void EventLoop::run() {
   const CurrentLoop scope(this);
-  const auto over = [this] {
-    const std::lock_guard lock(mutex_);
-    if (finishing_ && ready_.empty()) ended_ = true;
-    return std::exchange(quitting_, false) || ended_;
-  };
-  while (!over()) {
-    const int result = sd_event_run(event_.get(), UINT64_MAX);
-    if (result < 0) {
-      // Nothing that depends on the loop would ever happen again; ending the program gives everything back.
-      std::fprintf(stderr, "event loop: %s\n", std::strerror(-result));
-      std::terminate();
-    }
+  while (!isOver()) {
+    turn();
+    drain();
   }
   // Delayed work is dropped here, on the loop's thread and outside the lock: what it owns may come back to
   // the loop.
   decltype(delayed_) dropped;
   const std::lock_guard lock(mutex_);
   if (ended_) dropped.swap(delayed_);
+}
+
+bool EventLoop::isOver() {
+  const std::lock_guard lock(mutex_);
+  if (finishing_ && ready_.empty()) ended_ = true;
+  return std::exchange(quitting_, false) || ended_;
+}
+
+// One turn of what is attached. Sleeps only when there is no task; whatever comes from then on wakes it.
+void EventLoop::turn() {
+  std::uint64_t due = 0;
+  bool sleeps = false;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!delayed_.empty() && !finishing_) due = delayed_.begin()->first.first;
+    awake_ = !ready_.empty() || quitting_ || finishing_;
+    sleeps = !awake_;
+  }
+  armTimer(due);
+  const int result = sd_event_run(event_.get(), sleeps ? UINT64_MAX : 0);
+  if (result < 0) {
+    // Nothing that depends on the loop would ever happen again; ending the program gives everything back.
+    std::fprintf(stderr, "event loop: %s\n", std::strerror(-result));
+    std::terminate();
+  }
 }
 
 void EventLoop::quit() {
@@ -164,7 +180,7 @@ void EventLoop::quit() {
 
 void EventLoop::finish() {
   std::unique_lock lock(mutex_);
-  if (!finishing_) takeDueEntries(monotonicMicroseconds());
+  if (!finishing_) takeDueEntries();
   finishing_ = true;
   wake(std::move(lock));
 }
@@ -186,23 +202,21 @@ void EventLoop::handleSignal(int signal, Task handler) {
   signals_.push_back(std::move(entry));
 }
 
-int EventLoop::onWake(sd_event_source*, int, std::uint32_t, void* self) noexcept {
-  static_cast<EventLoop*>(self)->drain();
+// The turn is over, and that is all there was to do.
+int EventLoop::onWake(sd_event_source*, int, std::uint32_t, void* /*self*/) noexcept {
   return 0;
 }
 
 int EventLoop::onTime(sd_event_source*, std::uint64_t, void* self) noexcept {
-  auto* loop = static_cast<EventLoop*>(self);
-  loop->armedFor_ = 0;  // one shot
-  loop->drain();
+  static_cast<EventLoop*>(self)->armedFor_ = 0;  // one shot
   return 0;
 }
 
 void EventLoop::drain() noexcept {
   {
     const std::lock_guard lock(mutex_);
-    signalled_ = false;
-    if (!finishing_) takeDueEntries(monotonicMicroseconds());
+    awake_ = true;
+    if (!finishing_) takeDueEntries();
     batch_.swap(ready_);
   }
   for (auto& task : batch_) {
@@ -210,10 +224,11 @@ void EventLoop::drain() noexcept {
     task = nullptr;  // what a task owns goes before the next one starts
   }
   batch_.clear();
-  armTimer();
 }
 
-void EventLoop::takeDueEntries(std::uint64_t now) {
+void EventLoop::takeDueEntries() {
+  if (delayed_.empty()) return;
+  const std::uint64_t now = monotonicMicroseconds();
   while (!delayed_.empty() && delayed_.begin()->first.first <= now) {
     auto node = delayed_.extract(delayed_.begin());
     const auto repetition = node.mapped().repetition;
@@ -231,12 +246,7 @@ void EventLoop::takeDueEntries(std::uint64_t now) {
   }
 }
 
-void EventLoop::armTimer() {
-  std::uint64_t due = 0;
-  {
-    const std::lock_guard lock(mutex_);
-    if (!delayed_.empty() && !finishing_) due = delayed_.begin()->first.first;
-  }
+void EventLoop::armTimer(std::uint64_t due) {
   if (due == armedFor_) return;
   armedFor_ = due;
   if (due != 0) sd_event_source_set_time(timeSource_.get(), due);

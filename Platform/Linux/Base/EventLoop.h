@@ -20,6 +20,7 @@ namespace monitor::platform {
 // event().
 //
 // What is attached to event() gets its turn after every batch of tasks, so neither side can starve the other.
+// A loop that is busy is not woken: it looks for tasks before it sleeps.
 class EventLoop {
  public:
   using Task = std::function<void()>;
@@ -81,9 +82,11 @@ class EventLoop {
   static int onTime(sd_event_source* source, std::uint64_t time, void* self) noexcept;
   void wake(std::unique_lock<std::mutex> lock);
   void add(std::uint64_t due, Delayed entry);
+  [[nodiscard]] bool isOver();
+  void turn();
   void drain() noexcept;
-  void takeDueEntries(std::uint64_t now);
-  void armTimer();
+  void takeDueEntries();
+  void armTimer(std::uint64_t due);
 
   std::unique_ptr<sd_event, Unref> event_;
   Descriptor wakeUp_;
@@ -97,7 +100,7 @@ class EventLoop {
   std::vector<Task> ready_;
   std::map<Key, Delayed> delayed_;
   std::uint64_t sequence_ = 0;
-  bool signalled_ = false;
+  bool awake_ = true;  // looks at the tasks again before it sleeps
   bool quitting_ = false;
   bool finishing_ = false;
   bool ended_ = false;

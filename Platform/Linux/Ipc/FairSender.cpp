@@ -21,6 +21,14 @@ FairSender::FairSender(sd_bus* bus, sd_event* event) : bus_(bus) {
   const int result = sd_event_add_post(event, &source, onLoopTurn, this);
   if (result < 0) throw std::system_error(-result, std::generic_category(), "sd_event_add_post");
   turn_.reset(source);
+  waitForTurns(false);
+}
+
+// Only while something waits: it makes the loop ask the kernel once more after every turn.
+void FairSender::waitForTurns(bool wait) {
+  if (wait == waitsForTurns_) return;
+  waitsForTurns_ = wait;
+  sd_event_source_set_enabled(turn_.get(), wait ? SD_EVENT_ON : SD_EVENT_OFF);
 }
 
 void FairSender::send(Client client, Message message, std::function<void()> sent) {
@@ -46,6 +54,7 @@ void FairSender::flush() {
     if (result < 0) std::fprintf(stderr, "An answer could not be sent: error %d\n", -result);
     if (entry.sent) entry.sent();
   }
+  waitForTurns(!waiting_.empty());
 }
 
 void shortenSendBuffer(sd_bus* bus) {

@@ -38,9 +38,11 @@ class FairSender {
 
   static int onLoopTurn(sd_event_source* source, void* data) noexcept;
   void flush();
+  void waitForTurns(bool wait);
 
   sd_bus* bus_;
   EventSource turn_;
+  bool waitsForTurns_ = true;
   Client last_ = 0;  // who was served last
   std::map<Client, std::deque<Entry>> waiting_;
 };
