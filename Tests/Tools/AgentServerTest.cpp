@@ -210,7 +210,7 @@ TEST_F(AgentServerTest, KeepsSixtyFourRequestsOpenAndNoMore) {
   serve();
   hangs_ = true;
   std::vector<Pending> pending;
-  for (int index = 0; index < kMostRequests; ++index) pending.push_back(send("SetGain", "sd", "x", 0.5));
+  for (std::size_t index = 0; index < kMostRequests; ++index) pending.push_back(send("SetGain", "sd", "x", 0.5));
   const Outcome oneMore = call("SetGain", "sd", "x", 0.5);
   EXPECT_EQ(oneMore.errorName, SD_BUS_ERROR_LIMITS_EXCEEDED);
   for (const Pending& open : pending) EXPECT_FALSE(open->has_value());
@@ -234,6 +234,24 @@ TEST_F(AgentServerTest, TellsACallThatMetItsLeavingToCallAgain) {
   EXPECT_EQ(pending->value().errorName, kLeavingError);
   EXPECT_TRUE(keeper_.isIdle());
   EXPECT_EQ(call("List", nullptr).errorName, SD_BUS_ERROR_SERVICE_UNKNOWN);
+}
+
+TEST_F(AgentServerTest, TellsACallThatIsUnderWayToCallAgain) {
+  serve();
+  hangs_ = true;
+  const Pending list = send("List", nullptr);
+  const Pending gain = send("SetGain", "sd", "org.example.music", 0.5);
+  pumpUntil([&] { return !keeper_.isIdle() && service_.messages.size() == 1; });
+  // The answer to a call of the same connection comes after both have arrived.
+  EXPECT_EQ(call("Status", nullptr).errorName, "");
+  server_->leave();
+  pumpUntil([&] { return list->has_value() && gain->has_value(); });
+  EXPECT_EQ(list->value().errorName, kLeavingError);
+  EXPECT_EQ(gain->value().errorName, kLeavingError);
+  // What the service says after all goes nowhere.
+  hangs_ = false;
+  keeper_.stopAll();
+  time_.run();
 }
 
 TEST_F(AgentServerTest, TakesTheNameOnlyWhenItIsFree) {

@@ -16,6 +16,7 @@
 
 #include "MonitorCore/AudioApplication.h"
 #include "MonitorCore/Json/StrictJson.h"
+#include "Tests/Platform/Ipc/TypeDbusManager.h"
 #include "Tests/Tools/PrivateBus.h"
 
 namespace monitor::vesk {
@@ -84,6 +85,11 @@ class CommandsTest : public testing::Test {
   [[nodiscard]] std::string gains() const {
     std::ifstream stream(gainsFile());
     return {std::istreambuf_iterator<char>(stream), {}};
+  }
+
+  // Whether the agent's status tells of that.
+  [[nodiscard]] bool says(const std::string& event) {
+    return vesk({"status"}).out.find(event) != std::string::npos;
   }
 
   [[nodiscard]] std::optional<pid_t> ownerOf(const char* name) const {
@@ -380,6 +386,39 @@ TEST_F(CommandsTest, AGainIsSetAgainAfterTheServiceWasKilled) {
   }));
 }
 
+TEST_F(CommandsTest, AVolumeIsHeldUntilTheProgramEnds) {
+  lab::ChildProcess player = bus_.spawn({"sleep", "600"}, false);
+  state_.programs.push_back({"process:300:5", "sleeper", std::nullopt, {{player.pid(), 1}}, 1.0, true});
+  writeState();
+  ASSERT_EQ(vesk({"gain", "sleeper", "40%"}).status, kOk);
+  state_.programs.pop_back();
+  writeState();
+  EXPECT_TRUE(eventually([this] { return says("sleeper has no audio now; its volume of 40 % is set again"); }));
+  player.kill();
+  EXPECT_TRUE(eventually([this] { return says("sleeper ended; its volume of 40 % is no longer held."); }));
+}
+
+TEST_F(CommandsTest, AVolumeOfABundleIsHeldUntilTheLastOfItsProcessesEnds) {
+  const auto program = bus_.directory() / "Suite.app/Contents/MacOS/suite";
+  std::filesystem::create_directories(program.parent_path());
+  std::filesystem::copy("/bin/sleep", program);
+  std::ofstream(program.parent_path().parent_path() / "Info.plist")
+      << R"(<?xml version="1.0"?><plist version="1.0"><dict><key>CFBundleIdentifier</key>)"
+      << "<string>org.example.suite</string></dict></plist>";
+  lab::ChildProcess sound = bus_.spawn({program.string(), "600"}, false);
+  lab::ChildProcess window = bus_.spawn({program.string(), "600"}, false);
+  const std::string id = "org.example.suite";
+  state_.programs.push_back({id, "Suite", id, {{sound.pid(), 1}}, 1.0, true});
+  writeState();
+  ASSERT_EQ(vesk({"gain", "suite", "40%"}).status, kOk);
+  sound.kill();
+  state_.programs.pop_back();
+  writeState();
+  EXPECT_TRUE(eventually([this] { return says("Suite has no audio now; its volume of 40 % is set again"); }));
+  window.kill();
+  EXPECT_TRUE(eventually([this] { return says("Suite ended; its volume of 40 % is no longer held."); }));
+}
+
 TEST_F(CommandsTest, AnAgentThatDoesNotAnswerIsSaid) {
   ASSERT_EQ(vesk({"gain", "music", "40%"}).status, kOk);
   sendSignal(kAgent, SIGSTOP);
@@ -418,6 +457,17 @@ TEST_F(CommandsTest, NoCallIsLostWhileAgentsComeAndGo) {
     ASSERT_THAT(decodeApplications(run.out), SizeIs(3));
     std::this_thread::sleep_for(std::chrono::milliseconds(2 * round));
   }
+}
+
+TEST_F(CommandsTest, NoCallIsLostThoughAManagerEndsAgentsAsSoonAsTheirNameIsFree) {
+  activateAgent("--idle 0.02");
+  const tests::TypeDbusManager manager(bus_.environment().at("DBUS_SESSION_BUS_ADDRESS"), kAgent);
+  for (int round = 0; round < 20; ++round) {
+    const PrivateBus::Run run = vesk({"apps", "--json"});
+    ASSERT_EQ(run.status, kOk) << run.err;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2 * round));
+  }
+  EXPECT_TRUE(eventually([&] { return manager.told() > 0; }));
 }
 
 TEST_F(CommandsTest, ThereIsOneAgent) {

@@ -15,9 +15,10 @@
 #include "Platform/Linux/Base/Queues.h"
 #include "Platform/Linux/Ipc/Bus.h"
 #include "Platform/Linux/Ipc/RemoteConnections.h"
+#include "Platform/Linux/Process/ProcessAdapters.h"
 #include "Tools/vesk/Agent/AgentServer.h"
 #include "Tools/vesk/Agent/GainKeeper.h"
-#include "Tools/vesk/Agent/PidfdPresence.h"
+#include "Tools/vesk/Agent/ProgramPresence.h"
 
 namespace monitor::vesk::agent {
 namespace {
@@ -62,7 +63,9 @@ ExitCode runAgent(const AgentOptions& options, const Console& console) {
   checked(platform::watchDisconnection(bus.get(), disconnected, endQueue, queue.get()),
           "watching the session bus");
   platform::BusAudioConnections connections;
-  PidfdPresence presence;
+  const auto processes = platform::makeProcessTable();
+  const auto bundles = platform::makeApplicationBundles();
+  ProcessTablePresence presence(*processes, *bundles, ::geteuid());
   const platform::MonotonicClock clock;
   const platform::SystemWallClock wallClock;
   GainKeeper keeper(AudioClient::make(connections, queue),

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 #include "MonitorCore/Data.h"
@@ -27,7 +28,7 @@ inline constexpr const char* kBusName = "app.vesk.native.agent";
 inline constexpr const char* kObjectPath = "/app/vesk/native/agent";
 inline constexpr const char* kInterface = "app.vesk.native.Agent";
 inline constexpr const char* kLeavingError = "app.vesk.native.Agent.Error.Leaving";
-inline constexpr int kMostRequests = 64;
+inline constexpr std::size_t kMostRequests = 64;
 
 // {"held":[{"id":"","name":"","bundleID":"" (when it has one),"processes":[ProcessKey],"gain":0.4,
 //           "state":"active"|"lost"|"waiting","trouble":""}],

@@ -15,6 +15,8 @@ namespace {
 
 using SharedMessage = std::shared_ptr<sd_bus_message>;
 
+constexpr const char* kLeavingText = "The agent is leaving. Call again.";
+
 SharedMessage kept(sd_bus_message* message) {
   return {sd_bus_message_ref(message), platform::SdDelete{}};
 }
@@ -48,6 +50,15 @@ void answer(sd_bus_message* call, const std::function<void(sd_bus_message*)>& wr
 void appendTexts(sd_bus_message* message, const std::string& first, const std::string& second) {
   checked(platform::appendText(message, first), "writing a reply");
   checked(platform::appendText(message, second), "writing a reply");
+}
+
+void writeTexts(sd_bus_message* reply, const GainKeeper::Answer& answer) {
+  appendTexts(reply, answer.error, answer.cause);
+}
+
+void writeList(sd_bus_message* reply, const GainKeeper::ListAnswer& answer) {
+  appendBytes(reply, answer.list ? encodeApplications(*answer.list) : Data());
+  appendTexts(reply, answer.message, answer.cause);
 }
 
 }  // namespace
@@ -100,6 +111,10 @@ void AgentServer::leave() {
   sd_bus_release_name(bus_, kBusName);
   while (sd_bus_process(bus_, nullptr) > 0) {
   }
+  // Only now, or the next try would come to this agent again.
+  for (const auto& [number, open] : std::exchange(open_, {})) {
+    sd_bus_reply_method_errorf(open.get(), kLeavingError, kLeavingText);
+  }
   sd_bus_flush(bus_);
 }
 
@@ -112,31 +127,27 @@ int AgentServer::admit(sd_bus_message* message, sd_bus_error* error) {
     return sd_bus_error_set(error, SD_BUS_ERROR_ACCESS_DENIED,
                             "The agent serves the processes of its own user only.");
   }
-  if (leaving_) return sd_bus_error_set(error, kLeavingError, "The agent is leaving. Call again.");
-  if (openRequests_ >= kMostRequests) {
+  if (leaving_) return sd_bus_error_set(error, kLeavingError, kLeavingText);
+  if (open_.size() >= kMostRequests) {
     return sd_bus_error_set(error, SD_BUS_ERROR_LIMITS_EXCEEDED,
                             "Too many requests are waiting for the agent.");
   }
   return 0;
 }
 
-std::function<void(GainKeeper::Answer)> AgentServer::answering(sd_bus_message* message) {
-  ++openRequests_;
-  return [this, call = kept(message)](const GainKeeper::Answer& result) {
-    --openRequests_;
-    answer(call.get(), [&](sd_bus_message* reply) { appendTexts(reply, result.error, result.cause); });
+template <class Result>
+std::function<void(Result)> AgentServer::answering(sd_bus_message* message,
+                                                   void (*write)(sd_bus_message* reply, const Result&)) {
+  const std::uint64_t number = ++lastCall_;
+  open_.emplace(number, kept(message));
+  return [this, number, write](const Result& result) {
+    const auto call = open_.extract(number);
+    if (call) answer(call.mapped().get(), [&](sd_bus_message* reply) { write(reply, result); });
   };
 }
 
 int AgentServer::list(sd_bus_message* message) {
-  ++openRequests_;
-  keeper_.list([this, call = kept(message)](const GainKeeper::ListAnswer& result) {
-    --openRequests_;
-    answer(call.get(), [&](sd_bus_message* reply) {
-      appendBytes(reply, result.list ? encodeApplications(*result.list) : Data());
-      appendTexts(reply, result.message, result.cause);
-    });
-  });
+  keeper_.list(answering<GainKeeper::ListAnswer>(message, writeList));
   return 1;
 }
 
@@ -144,14 +155,14 @@ int AgentServer::setGain(sd_bus_message* message) {
   const char* application = nullptr;
   double gain = 0.0;
   checked(sd_bus_message_read(message, "sd", &application, &gain), "reading a call");
-  keeper_.setGain(application, gain, answering(message));
+  keeper_.setGain(application, gain, answering<GainKeeper::Answer>(message, writeTexts));
   return 1;
 }
 
 int AgentServer::stop(sd_bus_message* message) {
   const char* application = nullptr;
   checked(sd_bus_message_read(message, "s", &application), "reading a call");
-  const auto reply = answering(message);
+  const auto reply = answering<GainKeeper::Answer>(message, writeTexts);
   if (*application == '\0') {
     keeper_.stopAll();
     reply({});

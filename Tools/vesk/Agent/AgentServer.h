@@ -2,6 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
 
 #include "Platform/Linux/Ipc/Bus.h"
 #include "Tools/vesk/Agent/BusCalls.h"
@@ -20,8 +23,8 @@ class AgentServer {
 
   // Takes the name under which the agent is called. False when another agent has it.
   [[nodiscard]] bool takeName();
-  // Gives the name up and answers whatever was sent to it before that: no call is left without an answer.
-  // After that the agent is to end.
+  // Gives the name up and answers whatever was sent to it before that, what is under way included, with
+  // kLeavingError: no call is left without an answer. After that the agent is to end.
   void leave();
 
  private:
@@ -35,7 +38,11 @@ class AgentServer {
   int setGain(sd_bus_message* message);
   int stop(sd_bus_message* message);
   int status(sd_bus_message* message);
-  [[nodiscard]] std::function<void(GainKeeper::Answer)> answering(sd_bus_message* message);
+  // Keeps a call until it is answered, with what `write` puts into the reply. Whoever answers calls the
+  // function that is returned, with what `write` is to be given.
+  template <class Result>
+  [[nodiscard]] std::function<void(Result)> answering(sd_bus_message* message,
+                                                      void (*write)(sd_bus_message* reply, const Result&));
 
   static const sd_bus_vtable kTable[];
 
@@ -43,7 +50,8 @@ class AgentServer {
   GainKeeper& keeper_;
   std::uint32_t owner_;
   bool leaving_ = false;
-  int openRequests_ = 0;
+  std::map<std::uint64_t, std::shared_ptr<sd_bus_message>> open_;  // calls under way
+  std::uint64_t lastCall_ = 0;
   platform::Slot slot_;
 };
 
