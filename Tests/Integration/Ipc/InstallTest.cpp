@@ -26,7 +26,8 @@ void expectEverything(const fs::path& root) {
         "share/dbus-1/services/app.vesk.native.monitor-audio.service",
         "share/dbus-1/services/app.vesk.native.agent.service", "lib/systemd/user/vesk-monitor-audio.service",
         "lib/systemd/user/vesk-agent.service", "include/vesk-monitor/MonitorCore/ProcessKey.h",
-        "include/vesk-monitor/MonitorAudioEngine/MonitorGain.h"}) {
+        "include/vesk-monitor/MonitorAudioEngine/MonitorGain.h", "lib/libMonitorGain.so",
+        "lib/cmake/VeskMonitor/VeskMonitorTargets.cmake"}) {
     EXPECT_TRUE(fs::exists(root / file)) << file;
   }
 }
@@ -50,12 +51,15 @@ TEST(Install, PutsEverythingBelowThePrefixWhereTheServiceIsActivatedAndAConsumer
   const auto built =
       run(place, "cmake -G Ninja -S " VESK_CONSUMER " -B " + (place.directory() / "consumer").string() +
                      " -DCMAKE_PREFIX_PATH=" + prefix.string() +
-                     " '-DCMAKE_CXX_FLAGS=" VESK_FLAGS "' && cmake --build " +
+                     " '-DCMAKE_C_FLAGS=" VESK_FLAGS "' '-DCMAKE_CXX_FLAGS=" VESK_FLAGS "' && cmake --build " +
                      (place.directory() / "consumer").string());
   ASSERT_EQ(built.status, 0) << built.output;
   const auto ran = run(place, (place.directory() / "consumer/consumer").string());
   EXPECT_EQ(ran.output, "process:812:5000\n");
   EXPECT_EQ(ran.status, 0);
+  const auto scaled = run(place, (place.directory() / "consumer/gain_consumer").string());
+  EXPECT_EQ(scaled.output, "0.40\n");
+  EXPECT_EQ(scaled.status, 0);
 }
 
 TEST(Install, StagesForAPackageAndKeepsTheFinalPaths) {
