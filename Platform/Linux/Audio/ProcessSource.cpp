@@ -2,37 +2,25 @@
 #include "Platform/Linux/Audio/ProcessSource.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <charconv>
 #include <ctime>
 #include <memory>
 #include <sstream>
 #include <string_view>
 
+#include "Platform/Linux/Process/BoundedFile.h"
+#include "Platform/Linux/Process/ControlGroup.h"
+#include "Platform/Linux/Process/ProcessStat.h"
+
 namespace monitor::platform {
 
 namespace {
 
-// Larger than any of the files read here; /proc gives one of them whole in one read.
-constexpr std::size_t kMostBytes = 16384;
-
-std::optional<std::string> readFile(const std::string& path) {
-  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (file < 0) return std::nullopt;
-  std::string text(kMostBytes, '\0');
-  std::size_t length = 0;
-  ssize_t count = 0;
-  while (length < text.size() && (count = read(file, text.data() + length, text.size() - length)) > 0) {
-    length += static_cast<std::size_t>(count);
-  }
-  close(file);
-  if (count < 0) return std::nullopt;
-  text.resize(length);
-  return text;
-}
+// Far more than any of the files read here has.
+constexpr std::size_t kMostBytes = std::size_t{64} << 10U;
 
 // The text behind `label` at the start of a line, up to the line's end.
 std::string_view lineAfter(std::string_view text, std::string_view label) {
@@ -53,25 +41,11 @@ std::vector<Number> numbersIn(std::string_view text) {
   return numbers;
 }
 
-// Field 22 of the stat file, counted from behind the command name, which may itself hold spaces and brackets.
-std::optional<std::uint64_t> startTicks(const std::string& stat) {
-  constexpr int kFieldsBefore = 19;
-  const std::size_t bracket = stat.rfind(')');
-  if (bracket == std::string::npos) return std::nullopt;
-  std::istringstream fields{stat.substr(bracket + 1)};
-  std::string skipped;
-  for (int field = 0; field < kFieldsBefore; ++field) fields >> skipped;
-  std::uint64_t ticks = 0;
-  if (!(fields >> ticks)) return std::nullopt;
-  return ticks;
-}
-
 std::string executableName(const std::string& link) {
   constexpr std::string_view kDeleted = " (deleted)";
-  std::array<char, 4096> target{};
-  const ssize_t length = readlink(link.c_str(), target.data(), target.size());
-  if (length <= 0) return {};
-  std::string_view name{target.data(), static_cast<std::size_t>(length)};
+  const auto target = readLink(link);
+  if (!target) return {};
+  std::string_view name{*target};
   name.remove_prefix(name.rfind('/') + 1);
   if (name.ends_with(kDeleted)) name.remove_suffix(kDeleted.size());
   return std::string{name};
@@ -99,7 +73,7 @@ std::vector<std::int32_t> ProcProcessSource::pids() const {
 }
 
 std::optional<ProcessStatus> ProcProcessSource::status(std::int32_t pid) const {
-  const auto text = readFile(path(pid, "status"));
+  const auto text = readBeginning(path(pid, "status"), kMostBytes);
   if (!text) return std::nullopt;
   const auto users = numbersIn<std::uint32_t>(lineAfter(*text, "Uid:"));
   if (users.empty()) return std::nullopt;
@@ -109,13 +83,13 @@ std::optional<ProcessStatus> ProcProcessSource::status(std::int32_t pid) const {
 }
 
 std::optional<ProcessDetails> ProcProcessSource::details(std::int32_t pid) const {
-  const auto stat = readFile(path(pid, "stat"));
+  const auto text = readFile(path(pid, "stat"), kMostBytes);
+  const auto stat = text ? parseProcessStat(*text) : std::nullopt;
   if (!stat) return std::nullopt;
-  const auto ticks = startTicks(*stat);
-  if (!ticks) return std::nullopt;
   ProcessDetails result;
-  result.startedAt = static_cast<double>(*ticks) / static_cast<double>(sysconf(_SC_CLK_TCK));
-  result.cgroup = lineAfter(readFile(path(pid, "cgroup")).value_or(std::string{}), "0::");
+  result.startedAt = static_cast<double>(stat->startTicks) / static_cast<double>(sysconf(_SC_CLK_TCK));
+  const auto groups = readFile(path(pid, "cgroup"), kMostBytes).value_or(std::string{});
+  result.cgroup = controlGroupPath(groups).value_or(std::string_view{});
   result.executable = executableName(path(pid, "exe"));
   return result;
 }
