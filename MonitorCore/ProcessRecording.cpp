@@ -4,13 +4,13 @@
 #include <utility>
 
 #include "MonitorCore/Json/RecordCoding.h"
+#include "MonitorCore/Json/RecordedFigures.h"
 #include "MonitorCore/Json/RecordedNumber.h"
 #include "MonitorCore/Recording.h"
 
 namespace monitor {
 namespace {
 
-using json::findRecorded;
 using json::Reader;
 using json::setRecorded;
 using json::Writer;
@@ -28,13 +28,7 @@ ProcessSample decodeProcess(const Reader& object) {
   process.name = object.at("name").string();
   process.bundleID = findText(object, "bundleID");
   process.executable = object.at("executable").string();
-  process.cpu = findRecorded(object, "cpu");
-  process.memory = object.at("memory").integer<std::uint64_t>();
-  process.diskRead = findRecorded(object, "diskRead");
-  process.diskWrite = findRecorded(object, "diskWrite");
-  process.download = findRecorded(object, "download");
-  process.upload = findRecorded(object, "upload");
-  process.energy = findRecorded(object, "energy");
+  json::readRecordedFigures(object, process);
   process.directory = findText(object, "directory");
   process.ports = json::decodeList<std::int64_t>(
       object.at("ports"), [](const Reader& port) { return port.integer<std::int64_t>(); });
@@ -51,13 +45,7 @@ json::Writer processObject(const ProcessSample& process) {
   object.set("name", process.name);
   if (process.bundleID) object.set("bundleID", *process.bundleID);
   object.set("executable", process.executable);
-  setRecorded(object, "cpu", process.cpu);
-  object.set("memory", process.memory);
-  setRecorded(object, "diskRead", process.diskRead);
-  setRecorded(object, "diskWrite", process.diskWrite);
-  setRecorded(object, "download", process.download);
-  setRecorded(object, "upload", process.upload);
-  setRecorded(object, "energy", process.energy);
+  json::setRecordedFigures(object, process);
   if (process.directory) object.set("directory", *process.directory);
   Writer ports = Writer::array();
   for (const std::int64_t port : process.ports) ports.append(port);

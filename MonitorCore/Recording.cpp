@@ -22,6 +22,7 @@ bool RecordingReader::readLine() {
     while (more) {
       in_.getline(piece.data(), static_cast<std::streamsize>(piece.size()));
       const auto taken = static_cast<std::size_t>(in_.gcount());
+      position_ += taken;
       // The piece is full and the line goes on: the stream calls that a failure.
       more = in_.fail() && taken + 1 == piece.size();
       if (more) in_.clear(in_.rdstate() & ~std::ios::failbit);

@@ -52,6 +52,8 @@ class RecordingReader {
 
   // Number of the line that was read last, from 1.
   [[nodiscard]] std::size_t lineNumber() const { return lineNumber_; }
+  // Bytes that have been read so far.
+  [[nodiscard]] std::uint64_t position() const { return position_; }
 
  private:
   [[nodiscard]] bool readLine();
@@ -61,6 +63,7 @@ class RecordingReader {
   std::string name_;
   std::string line_;
   std::size_t lineNumber_ = 0;
+  std::uint64_t position_ = 0;
 };
 
 }  // namespace monitor

@@ -4,6 +4,7 @@
 #include "MonitorCore/AppAggregator.h"
 #include "MonitorCore/Json/MetricCoding.h"
 #include "MonitorCore/Json/RecordCoding.h"
+#include "MonitorCore/Json/RecordedFigures.h"
 #include "MonitorCore/Json/RecordedNumber.h"
 #include "MonitorCore/ProcessRecording.h"
 #include "MonitorCore/Recording.h"
@@ -21,13 +22,7 @@ Writer encodeApp(const AppUsage& app) {
   object.set("id", app.id);
   object.set("name", app.name);
   if (app.bundleID) object.set("bundleID", *app.bundleID);
-  setRecorded(object, "cpu", app.cpu);
-  object.set("memory", app.memory);
-  setRecorded(object, "diskRead", app.diskRead);
-  setRecorded(object, "diskWrite", app.diskWrite);
-  setRecorded(object, "download", app.download);
-  setRecorded(object, "upload", app.upload);
-  setRecorded(object, "energy", app.energy);
+  json::setRecordedFigures(object, app);
   return object;
 }
 
@@ -37,13 +32,7 @@ AppUsage decodeApp(const Reader& object) {
   const auto name = object.find("name");
   app.name = name ? name->string() : app.id;
   if (const auto bundle = object.find("bundleID")) app.bundleID = bundle->string();
-  app.cpu = findRecorded(object, "cpu");
-  app.memory = object.at("memory").integer<std::uint64_t>();
-  app.diskRead = findRecorded(object, "diskRead");
-  app.diskWrite = findRecorded(object, "diskWrite");
-  app.download = findRecorded(object, "download");
-  app.upload = findRecorded(object, "upload");
-  app.energy = findRecorded(object, "energy");
+  json::readRecordedFigures(object, app);
   return app;
 }
 

@@ -8,7 +8,6 @@
 #include "MonitorCore/ProjectActivityTracker.h"
 #include "MonitorCore/ProjectGrouper.h"
 #include "MonitorCore/Recording.h"
-#include "MonitorCore/SnapshotRecording.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), size);
@@ -26,14 +25,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       tracker.observe(sample->processes, sample->timestamp);
       const auto apps = monitor::AppAggregator::group(std::move(sample->processes));
       static_cast<void>(rules.evaluate(apps, sample->timestamp, preferences));
-    }
-  } catch (const monitor::RecordingError&) {
-  }
-  try {
-    std::istringstream in(bytes);
-    monitor::RecordingReader reader(in, "input");
-    while (const auto snapshot = reader.next(monitor::decodeSnapshot)) {
-      static_cast<void>(monitor::encodeSnapshot(*snapshot));
     }
   } catch (const monitor::RecordingError&) {
   }

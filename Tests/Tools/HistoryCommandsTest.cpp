@@ -9,11 +9,11 @@
 #include <sstream>
 
 #include "MonitorCore/Json/StrictJson.h"
+#include "MonitorCore/Recording.h"
 #include "MonitorCore/SnapshotRecording.h"
 #include "Tests/Fakes/VirtualTime.h"
 #include "Tests/MonitorCore/HistoryTestSupport.h"
 #include "Tools/vesk/History/HistoryFile.h"
-#include "Tools/vesk/History/RecordingReader.h"
 
 namespace monitor::vesk {
 namespace {
@@ -144,12 +144,12 @@ TEST_F(HistoryCommandsTest, AppendShowsItsProgressOnATerminal) {
 }
 
 TEST_F(HistoryCommandsTest, LineWithoutAnEndIsRefusedBeforeItFillsTheMemory) {
-  std::istringstream endless("\n" + std::string(101, 'x'));
-  RecordingReader reader(endless, "endless", 100);
-  const auto [code, text] = errorOf([&] { (void)reader.next(); });
-  EXPECT_EQ(text, "endless:2: the line is longer than 100 bytes.");
-  std::istringstream fits(std::string(100, 'x') + "\n");
-  EXPECT_EQ(RecordingReader(fits, "fits", 100).next(), std::string(100, 'x'));
+  record(recording_);
+  std::ofstream(recording_, std::ios::app) << std::string(RecordingReader::kLongestLine + 1, ' ');
+  const auto [code, text] = errorOf([&] { appendRecording({database_, recording_.string()}, host(), console_); });
+  EXPECT_EQ(code, ExitCode::Failed);
+  EXPECT_THAT(text, HasSubstr(": the line is longer than 16 MiB\n"));
+  EXPECT_THAT(text, EndsWith(" before it are in the history."));
 }
 
 // Query.

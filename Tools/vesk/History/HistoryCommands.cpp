@@ -5,15 +5,17 @@
 
 #include <cmath>
 #include <fstream>
+#include <optional>
+#include <string_view>
 
 #include "MonitorCore/Json/StrictJson.h"
+#include "MonitorCore/Recording.h"
 #include "MonitorCore/SnapshotRecording.h"
 #include "Tools/vesk/Activity.h"
 #include "Tools/vesk/History/HistoryFile.h"
 #include "Tools/vesk/History/HistoryPlot.h"
 #include "Tools/vesk/History/HistoryPrint.h"
 #include "Tools/vesk/History/MetricText.h"
-#include "Tools/vesk/History/RecordingReader.h"
 #include "Tools/vesk/Progress.h"
 #include "Tools/vesk/TimeText.h"
 
@@ -46,16 +48,20 @@ Date timeOption(const char* option, const std::string& text, const HistoryHost& 
   }
 }
 
-MonitorSnapshot snapshotOf(const std::string& line, const RecordingReader& reader) {
+MonitorSnapshot decodeStorable(std::string_view line) {
+  auto snapshot = decodeSnapshot(line);
+  const double time = snapshot.timestamp.secondsSince1970();
+  if (std::isfinite(time) && std::abs(time) > kLargestTime) {
+    throw json::DecodeError("at timestamp: expected a time within 30 million years of 1970");
+  }
+  return snapshot;
+}
+
+std::optional<MonitorSnapshot> nextSnapshot(RecordingReader& reader) {
   try {
-    auto snapshot = decodeSnapshot(line);
-    const double time = snapshot.timestamp.secondsSince1970();
-    if (std::isfinite(time) && std::abs(time) > kLargestTime) {
-      throw json::DecodeError("at timestamp: expected a time within 30 million years of 1970");
-    }
-    return snapshot;
-  } catch (const json::DecodeError& error) {
-    throw CommandError(ExitCode::Failed, fmt::format("{}: {}", reader.place(), error.what()));
+    return reader.next(decodeStorable);
+  } catch (const RecordingError& error) {
+    throw CommandError(ExitCode::Failed, error.what());
   }
 }
 
@@ -92,9 +98,8 @@ ExitCode appendRecording(const HistoryAppend& options, const HistoryHost& host, 
   std::uint64_t count = 0;
   try {
     Progress progress(console, host.clock, "appending", size);
-    while (const auto line = reader.next()) {
-      const auto snapshot = snapshotOf(*line, reader);
-      naming(options.file, [&] { store->append(snapshot); });
+    while (const auto snapshot = nextSnapshot(reader)) {
+      naming(options.file, [&] { store->append(*snapshot); });
       ++count;
       progress.update(size == 0 ? count : reader.position());
     }
