@@ -12,11 +12,7 @@
 
 #include "MonitorAudioEngine/AudioRouteError.h"
 #include "MonitorAudioEngine/AudioRouter.h"
-#include "Tests/Fakes/FakeApplicationBundles.h"
-#include "Tests/Fakes/FakeAudioHardware.h"
-#include "Tests/Fakes/FakeProcessTable.h"
-#include "Tests/Fakes/FakeSystemInformation.h"
-#include "Tests/Fakes/VirtualTime.h"
+#include "Tests/Fakes/FakeAudioWorld.h"
 
 namespace monitor::testing_support {
 
@@ -25,20 +21,10 @@ inline constexpr std::uint32_t kUser = 501;
 // Just past a bound. A power of two, so that times add up exactly.
 inline constexpr double kMoment = 0x1p-20;
 
-inline ProcessKey keyOf(std::int32_t pid) {
-  return {pid, static_cast<std::uint64_t>(pid) * 1000};
-}
+using fakes::keyOf;
 
 // One router and everything around it, on virtual time.
-struct RouterWorld {
-  fakes::VirtualTime time;
-  fakes::FakeClock clock{time};
-  fakes::FakeQueueFactory queues{time};
-  fakes::FakeAudioHardware hardware;
-  fakes::FakeProcessTable processes;
-  fakes::FakeApplicationBundles bundles;
-  fakes::FakeSystemInformation system;
-  int uuids = 0;
+struct RouterWorld : fakes::FakeAudioWorld {
   SilenceWatch* const silence;  // of all routers here; null is the rule turned off
   std::shared_ptr<AudioRouter> router;
 
@@ -49,25 +35,16 @@ struct RouterWorld {
     time.run();
     hardware.forgetCalls();
   }
-  RouterWorld(const RouterWorld&) = delete;
-  RouterWorld& operator=(const RouterWorld&) = delete;
   ~RouterWorld() {
     router.reset();
     time.run();
   }
 
   std::shared_ptr<AudioRouter> makeRouter() {
-    return AudioRouter::make({hardware.openView(), queues, clock, processes, bundles, system,
-                              [this] { return "uuid-" + std::to_string(++uuids); }, silence});
+    return AudioRouter::make(
+        {hardware.openView(), queues, clock, processes, bundles, system, makeUuid(), silence});
   }
 
-  // A program starts and uses audio. Its process object.
-  AudioObjectID play(std::int32_t pid, const std::string& bundleID = {}, bool running = true) {
-    processes.add(keyOf(pid), "/usr/bin/player" + std::to_string(pid), kUser);
-    const AudioObjectID object = hardware.addProcess(pid, running, bundleID);
-    time.run();
-    return object;
-  }
   void setRunning(std::int32_t pid, bool running) {
     hardware.setRunning(hardware.processOf(pid), running);
     time.run();
@@ -125,16 +102,6 @@ struct RouterWorld {
       (void)list();
       playFor(1.0);
     }
-  }
-
-  AudioObjectID routeOf(std::int32_t pid) { return hardware.routeOf(hardware.processOf(pid)); }
-  // What a program's ones sound like in the end.
-  float level(std::int32_t pid) {
-    const fakes::StereoBlock ones{{1.0F}, {1.0F}};
-    const AudioObjectID device = routeOf(pid);
-    if (device == 0) return 1.0F;
-    (void)hardware.runCycle(device, ones);  // a new gain is reached by the end of a buffer
-    return hardware.runCycle(device, ones)->left[0];
   }
 
   // Nothing half built: a tap, a device and a running procedure for each route, and nothing else.

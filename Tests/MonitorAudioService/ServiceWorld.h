@@ -9,37 +9,20 @@
 #include "MonitorAudioService/AudioService.h"
 #include "MonitorAudioService/AudioSession.h"
 #include "MonitorCore/AudioApplication.h"
-#include "Tests/Fakes/FakeApplicationBundles.h"
-#include "Tests/Fakes/FakeAudioHardware.h"
-#include "Tests/Fakes/FakeProcessTable.h"
+#include "Tests/Fakes/FakeAudioWorld.h"
 #include "Tests/Fakes/FakeServiceConnections.h"
-#include "Tests/Fakes/FakeSystemInformation.h"
-#include "Tests/Fakes/VirtualTime.h"
 
 namespace monitor::testing_support {
 
-inline ProcessKey keyOf(std::int32_t pid) {
-  return {pid, static_cast<std::uint64_t>(pid) * 1000};
-}
+using fakes::keyOf;
 
 // The whole service and its clients on virtual time.
-struct ServiceWorld {
-  fakes::VirtualTime time;
-  fakes::FakeClock clock{time};
-  fakes::FakeQueueFactory queues{time};
-  fakes::FakeAudioHardware hardware;
-  fakes::FakeProcessTable processes;
-  fakes::FakeApplicationBundles bundles;
-  fakes::FakeSystemInformation system;
-  int uuids = 0;
+struct ServiceWorld : fakes::FakeAudioWorld {
   SilenceWatch* silence = nullptr;  // null is the rule turned off
   std::shared_ptr<fakes::FakeServiceConnections<MonitorAudioProtocol>> connections =
       std::make_shared<fakes::FakeServiceConnections<MonitorAudioProtocol>>(time.makeQueue("transport"));
   AudioService service;
 
-  ServiceWorld() = default;
-  ServiceWorld(const ServiceWorld&) = delete;
-  ServiceWorld& operator=(const ServiceWorld&) = delete;
   // Sessions end before the world they live in.
   ~ServiceWorld() {
     for (std::size_t link = 0; link < connections->links.size(); ++link) connections->dropClient(link);
@@ -47,30 +30,10 @@ struct ServiceWorld {
   }
 
   AudioServicePorts ports() {
-    return {hardware,
-            queues,
-            clock,
-            processes,
-            bundles,
-            system,
-            [this] { return "uuid-" + std::to_string(++uuids); },
-            silence};
+    return {hardware, queues, clock, processes, bundles, system, makeUuid(), silence};
   }
   int run() {
     return runService(service, ports(), [this] { return connections; });
-  }
-  AudioObjectID play(std::int32_t pid, const std::string& bundleID = {}) {
-    processes.add(keyOf(pid), "/usr/bin/player" + std::to_string(pid), system.user);
-    const AudioObjectID object = hardware.addProcess(pid, true, bundleID);
-    time.run();
-    return object;
-  }
-  float level(std::int32_t pid) {
-    const fakes::StereoBlock ones{{1.0F}, {1.0F}};
-    const AudioObjectID device = hardware.routeOf(hardware.processOf(pid));
-    if (device == 0) return 1.0F;
-    (void)hardware.runCycle(device, ones);  // a new gain is reached by the end of a buffer
-    return hardware.runCycle(device, ones)->left[0];
   }
 };
 

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <string_view>
 
+#include "Tools/AudioLab/BusConfiguration.h"
 #include "Tools/AudioLab/LabError.h"
 
 namespace monitor::lab {
@@ -70,44 +71,6 @@ constexpr std::string_view kSessionManager05 = R"(wireplumber.profiles = { main 
 } }
 )";
 
-std::string busConfiguration(const fs::path& directory, const StackOptions& options) {
-  // The second is where a session's transient services are announced, as on a desktop.
-  std::string folders = fmt::format(
-      "  <servicedir>{0}/services</servicedir>\n  <servicedir>{0}/run/dbus-1/services</servicedir>\n",
-      directory.string());
-  for (const auto& folder : options.serviceFolders) {
-    folders += fmt::format("  <servicedir>{}</servicedir>\n", folder.string());
-  }
-  // The limits are those of a desktop's session bus: tests with a thousand clients must meet the service's
-  // own limits, not the bus's.
-  return fmt::format(R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:path={0}</listen>
-  <auth>EXTERNAL</auth>
-{1}  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-  <limit name="max_incoming_bytes">1000000000</limit>
-  <limit name="max_outgoing_bytes">1000000000</limit>
-  <limit name="max_message_size">1000000000</limit>
-  <limit name="service_start_timeout">20000</limit>
-  <limit name="auth_timeout">240000</limit>
-  <limit name="max_completed_connections">100000</limit>
-  <limit name="max_incomplete_connections">10000</limit>
-  <limit name="max_connections_per_user">100000</limit>
-  <limit name="max_pending_service_starts">10000</limit>
-  <limit name="max_names_per_connection">50000</limit>
-  <limit name="max_match_rules_per_connection">50000</limit>
-  <limit name="max_replies_per_connection">50000</limit>
-</busconfig>
-)",
-                     (directory / "run/bus").string(), folders);
-}
-
 }  // namespace
 
 std::string sinkProperties(const SinkOptions& sink) {
@@ -133,7 +96,11 @@ void writeStackFiles(const fs::path& directory, const StackOptions& options) {
   write(directory / "config/wireplumber/bluetooth.lua.d/51-lab.lua", "bluez_monitor.enabled = false\n");
   write(directory / "config/wireplumber/wireplumber.conf.d/51-lab.conf", kSessionManager05);
   if (!options.bus) return;
-  write(directory / "bus.conf", busConfiguration(directory, options));
+  // The second folder is where a session's transient services are announced, as on a desktop.
+  BusConfiguration bus{directory / "run/bus", {directory / "services", directory / "run/dbus-1/services"}};
+  bus.serviceFolders.insert(bus.serviceFolders.end(), options.serviceFolders.begin(),
+                            options.serviceFolders.end());
+  write(directory / "bus.conf", busConfigurationText(bus));
   for (const auto& activation : options.activations) {
     write(directory / "services" / (activation.name + ".service"),
           fmt::format("[D-BUS Service]\nName={}\nExec={}\n", activation.name, activation.command));

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "Tools/AudioLab/BusConfiguration.h"
+
 namespace monitor::tests {
 namespace {
 
@@ -19,40 +21,11 @@ fs::path temporaryDirectory() {
 }
 
 std::string configuration(const fs::path& directory, const PrivateBus::Options& options) {
-  std::string folders = "  <servicedir>" + (directory / "services").string() + "</servicedir>\n";
-  for (const auto& folder : options.serviceFolders)
-    folders += "  <servicedir>" + folder.string() + "</servicedir>\n";
-  std::string includes;
-  for (const auto& file : options.configurations) includes += "  <include>" + file.string() + "</include>\n";
-  const std::string users = options.everyUser ? "    <allow user=\"*\"/>\n" : "";
-  return R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:path=)" +
-         (directory / "bus").string() + R"(</listen>
-  <auth>EXTERNAL</auth>
-)" + folders +
-         R"(  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-)" + users +
-         options.policy + "  </policy>\n" + includes +
-         R"(  <limit name="max_incoming_bytes">1000000000</limit>
-  <limit name="max_outgoing_bytes">1000000000</limit>
-  <limit name="max_message_size">1000000000</limit>
-  <limit name="service_start_timeout">20000</limit>
-  <limit name="auth_timeout">240000</limit>
-  <limit name="max_completed_connections">100000</limit>
-  <limit name="max_incomplete_connections">10000</limit>
-  <limit name="max_connections_per_user">100000</limit>
-  <limit name="max_pending_service_starts">10000</limit>
-  <limit name="max_names_per_connection">50000</limit>
-  <limit name="max_match_rules_per_connection">50000</limit>
-  <limit name="max_replies_per_connection">50000</limit>
-</busconfig>
-)";
+  lab::BusConfiguration bus{directory / "bus", {directory / "services"}, options.everyUser, options.policy,
+                            options.configurations};
+  bus.serviceFolders.insert(bus.serviceFolders.end(), options.serviceFolders.begin(),
+                            options.serviceFolders.end());
+  return lab::busConfigurationText(bus);
 }
 
 }  // namespace
