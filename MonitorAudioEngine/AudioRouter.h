@@ -42,8 +42,8 @@ struct AudioRouterPorts {
 // changes of the default output device and of the audio processes. Every failure path restores normal
 // playback.
 //
-// Threads: everything happens on the router's own serial queue, `queue()`; applications(), setGain(), stop()
-// and lastCause() are to be called there. Callbacks hold the router weakly. The last reference may be dropped
+// Threads: everything happens on the router's own serial queue, `queue()`; applications(), setGain(), stop(),
+// isRouting() and lastCause() are to be called there. Callbacks hold the router weakly. The last reference may be dropped
 // anywhere: the router's end, with its routes', happens on its queue, whose thread ends after it.
 class AudioRouter : public std::enable_shared_from_this<AudioRouter> {
  public:
@@ -84,6 +84,8 @@ class AudioRouter : public std::enable_shared_from_this<AudioRouter> {
   void setGain(double gain, const std::vector<ProcessKey>& keys);
   // Normal playback for all.
   void stop();
+  // Whether stop() has anything to take down, which may take seconds.
+  [[nodiscard]] bool isRouting() const { return !routes_.empty(); }
   // Why the last request failed, or what the standing message came from, in the words of whoever knows best;
   // code 0 and an empty text when nothing has failed yet.
   [[nodiscard]] const AudioFailure& lastCause() const { return lastCause_; }

@@ -68,6 +68,15 @@ void AudioSession::setGain(double gain, const Data& processes, SetGainReply repl
 }
 
 void AudioSession::stop(StopReply reply) {
+  // Where there is nothing to stop, waking the queue's thread would be most of the work.
+  bool stopped = false;
+  const bool idle = router_->queue()->runIfIdle([&] {
+    if (router_->isRouting()) return;
+    router_->stop();
+    reply();
+    stopped = true;
+  });
+  if (idle && stopped) return;
   router_->queue()->submit([router = router_, reply = std::move(reply)] {
     router->stop();
     reply();

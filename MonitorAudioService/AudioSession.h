@@ -13,8 +13,9 @@ namespace monitor {
 // What one client talks to. Every request goes to the session's own router and is executed on that router's
 // queue, in the order of arrival; the transport's thread only checks sizes, decodes and submits.
 //
-// Threads: the operations may be called from any thread. Replies are called on the router's queue, the
-// refusal of a selection on the caller's thread. Releasing the session ends the router with everything it
+// Threads: the operations may be called from any thread but the router's. Replies are called on the router's
+// queue (in the caller's thread where the queue is idle and nothing is to be stopped), the refusal of a
+// selection on the caller's thread. Releasing the session ends the router with everything it
 // routes.
 class AudioSession final : public MonitorAudioProtocol, public MonitorAudioDiagnostics {
  public:

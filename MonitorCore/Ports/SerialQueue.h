@@ -36,6 +36,10 @@ class SerialQueue {
   // First call after `firstAfter` seconds, then every `interval` seconds; missed calls are merged into one.
   [[nodiscard]] virtual std::unique_ptr<RepeatingTimer> makeTimer(double firstAfter, double interval,
                                                                   Task handler) = 0;
+  // Runs `task` in the caller's thread and as one of the queue's tasks, if the queue has nothing else to do;
+  // false where it has, or where a queue never does so. What is submitted meanwhile waits: for tasks that take
+  // no time.
+  [[nodiscard]] virtual bool runIfIdle(const Task& /*task*/) { return false; }
   // Whether the caller runs on this queue.
   [[nodiscard]] virtual bool isCurrent() const = 0;
 };

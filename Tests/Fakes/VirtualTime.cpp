@@ -52,6 +52,16 @@ class VirtualQueue final : public SerialQueue {
   std::unique_ptr<RepeatingTimer> makeTimer(double firstAfter, double interval, Task handler) override {
     return std::make_unique<VirtualTimer>(state_, this, firstAfter, interval, std::move(handler));
   }
+  [[nodiscard]] bool runIfIdle(const Task& task) override {
+    const bool busy = std::any_of(state_->pending.begin(), state_->pending.end(), [this](const auto& entry) {
+      return entry.first.first <= state_->now && entry.second.queue == this;
+    });
+    if (!state_->inPlace || busy || isCurrent()) return false;
+    const auto former = std::exchange(state_->currentQueue, this);
+    task();
+    state_->currentQueue = former;
+    return true;
+  }
   [[nodiscard]] bool isCurrent() const override { return state_->currentQueue == this; }
 
  private:

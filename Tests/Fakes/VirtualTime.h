@@ -32,6 +32,8 @@ class VirtualTime {
   // Tasks submitted and not yet run, timers not counted.
   [[nodiscard]] std::size_t pendingTasks() const;
   [[nodiscard]] std::shared_ptr<SerialQueue> makeQueue(std::string label = "test");
+  // From now on idle queues run tasks in place.
+  void letIdleQueuesRunInPlace() { state_->inPlace = true; }
 
  private:
   friend class VirtualQueue;
@@ -47,6 +49,7 @@ class VirtualTime {
   struct State {
     double now = 0.0;
     std::uint64_t sequence = 0;
+    bool inPlace = false;
     const void* currentQueue = nullptr;
     std::map<std::pair<double, std::uint64_t>, Pending> pending;
     void add(double due, Pending entry) { pending.emplace(std::pair{due, sequence++}, std::move(entry)); }

@@ -162,6 +162,43 @@ TEST_F(AudioSessionTest, StopRestoresNormalPlaybackBeforeItReplies) {
   EXPECT_TRUE(wasClean);
 }
 
+TEST_F(AudioSessionTest, StopOfNothingNeedsNoOtherThreadWhileTheQueueIsIdle) {
+  world_.time.letIdleQueuesRunInPlace();
+  const auto session = client_.session();
+  bool replied = false;
+  session->stop([&] {
+    EXPECT_TRUE(session->router()->queue()->isCurrent());
+    replied = true;
+  });
+  EXPECT_TRUE(replied);
+}
+
+TEST_F(AudioSessionTest, StopOfSomethingWaitsForTheRoutersQueue) {
+  world_.play(812);
+  EXPECT_EQ(client_.setGain(0.4, 812).error, std::nullopt);
+  world_.time.letIdleQueuesRunInPlace();
+  world_.hardware.forgetCalls();
+  int replies = 0;
+  client_.session()->stop([&] { ++replies; });
+  EXPECT_EQ(replies, 0);
+  EXPECT_THAT(world_.hardware.calls(), IsEmpty());
+  world_.time.run();
+  EXPECT_EQ(replies, 1);
+  EXPECT_EQ(world_.level(812), 1.0F);
+}
+
+TEST_F(AudioSessionTest, StopComesAfterTheRequestsBeforeIt) {
+  world_.play(812);
+  world_.time.letIdleQueuesRunInPlace();
+  std::vector<std::string> order;
+  client_.session()->setGain(0.4, encodeProcessKeys({keyOf(812)}), [&](const auto&) { order.push_back("set"); });
+  client_.session()->stop([&] { order.push_back("stop"); });
+  EXPECT_THAT(order, IsEmpty());
+  world_.time.run();
+  EXPECT_THAT(order, ElementsAre("set", "stop"));
+  EXPECT_EQ(world_.level(812), 1.0F);
+}
+
 TEST_F(AudioSessionTest, RequestsWaitForTheRoutersQueueAndReplyThere) {
   world_.play(812);
   world_.hardware.forgetCalls();

@@ -134,6 +134,23 @@ void EventLoop::wake(std::unique_lock<std::mutex> lock) {
   [[maybe_unused]] const auto written = write(wakeUp_.number, &one, sizeof(one));
 }
 
+bool EventLoop::runIfIdle(const Task& task) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (working_ || !ready_.empty() || finishing_) return false;
+    working_ = true;
+  }
+  {
+    const CurrentLoop scope(this);
+    task();
+  }
+  const std::lock_guard lock(mutex_);
+  working_ = false;
+  // Under the lock: the loop may be gone as soon as it is free.
+  workDone_.notify_all();
+  return true;
+}
+
 void EventLoop::run() {
   const CurrentLoop scope(this);
   while (!isOver()) {
@@ -214,9 +231,12 @@ int EventLoop::onTime(sd_event_source*, std::uint64_t, void* self) noexcept {
 
 void EventLoop::drain() noexcept {
   {
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     awake_ = true;
     if (!finishing_) takeDueEntries();
+    if (ready_.empty()) return;
+    workDone_.wait(lock, [this] { return !working_; });
+    working_ = true;
     batch_.swap(ready_);
   }
   for (auto& task : batch_) {
@@ -224,6 +244,8 @@ void EventLoop::drain() noexcept {
     task = nullptr;  // what a task owns goes before the next one starts
   }
   batch_.clear();
+  const std::lock_guard lock(mutex_);
+  working_ = false;
 }
 
 void EventLoop::takeDueEntries() {

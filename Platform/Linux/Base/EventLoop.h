@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -39,6 +40,10 @@ class EventLoop {
   [[nodiscard]] std::shared_ptr<Repetition> repeat(double firstAfter, double interval,
                                                    std::shared_ptr<Task> handler);
   void cancel(Repetition& repetition);
+
+  // Any thread but the loop's own, for a loop to which nothing is attached: runs `task` here and now, as one of
+  // the loop's, unless the loop has another task.
+  [[nodiscard]] bool runIfIdle(const Task& task);
 
   // Runs the loop in the calling thread until quit(), or until the tasks submitted before finish() are done.
   void run();
@@ -101,6 +106,8 @@ class EventLoop {
   std::map<Key, Delayed> delayed_;
   std::uint64_t sequence_ = 0;
   bool awake_ = true;  // looks at the tasks again before it sleeps
+  bool working_ = false;  // a task runs
+  std::condition_variable workDone_;
   bool quitting_ = false;
   bool finishing_ = false;
   bool ended_ = false;

@@ -122,6 +122,7 @@ class ThreadQueue final : public SerialQueue {
                                                           Task handler) override {
     return std::make_unique<LoopTimer>(thread_.loop(), firstAfter, interval, std::move(handler));
   }
+  [[nodiscard]] bool runIfIdle(const Task& task) override { return thread_.loop()->runIfIdle(task); }
   [[nodiscard]] bool isCurrent() const override { return thread_.loop()->isCurrent(); }
 
  private:

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <functional>
@@ -80,6 +81,80 @@ TEST(ThreadQueue, KeepsTheOrderOfEachThreadThatSubmits) {
     ASSERT_EQ(order.size(), static_cast<std::size_t>(kTasks));
     for (int i = 0; i < kTasks; ++i) ASSERT_EQ(order[static_cast<std::size_t>(i)], i);
   }
+}
+
+TEST(ThreadQueue, RunsATaskInPlaceWhenItIsIdle) {
+  const auto queue = makeQueue("idle");
+  std::thread::id ran;
+  bool current = false;
+  // Its thread may still be on its way to its first sleep, but has no task.
+  ASSERT_TRUE(queue->runIfIdle([&] {
+    ran = std::this_thread::get_id();
+    current = queue->isCurrent();
+  }));
+  EXPECT_EQ(ran, std::this_thread::get_id());
+  EXPECT_TRUE(current);
+  EXPECT_FALSE(queue->isCurrent());
+}
+
+TEST(ThreadQueue, RunsNothingInPlaceWhileItHasATask) {
+  const auto queue = makeQueue("busy");
+  Event started;
+  Event go;
+  Event done;
+  queue->submit([&] {
+    started.set();
+    EXPECT_TRUE(go.wait());
+  });
+  EXPECT_FALSE(queue->runIfIdle([] { ADD_FAILURE() << "it had a task"; }));
+  ASSERT_TRUE(started.wait());
+  EXPECT_FALSE(queue->runIfIdle([] { ADD_FAILURE() << "a task was running"; }));
+  queue->submit([&] { done.set(); });
+  EXPECT_FALSE(queue->runIfIdle([] { ADD_FAILURE() << "two tasks were there"; }));
+  go.set();
+  ASSERT_TRUE(done.wait());
+}
+
+TEST(ThreadQueue, LetsTasksWaitForTheOneInPlace) {
+  const auto queue = makeQueue("exclusive");
+  std::vector<int> order;  // only tasks of the queue touch it
+  Event done;
+  const auto inPlace = [&] {
+    queue->submit([&] {
+      order.push_back(2);
+      done.set();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    order.push_back(1);
+  };
+  ASSERT_TRUE(queue->runIfIdle(inPlace));
+  ASSERT_TRUE(done.wait());
+  EXPECT_EQ(order, (std::vector{1, 2}));
+}
+
+TEST(ThreadQueue, RunsOneTaskAtATimeWhoeverRunsThem) {
+  const auto queue = makeQueue("counted");
+  constexpr int kRounds = 2000;
+  int running = 0;  // unguarded on purpose: the thread sanitizer sees two at a time
+  int ran = 0;
+  const auto task = [&] {
+    EXPECT_EQ(++running, 1);
+    ++ran;
+    --running;
+  };
+  int inPlace = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    if (round % 3 == 0) queue->submit(task);
+    inPlace += queue->runIfIdle(task) ? 1 : 0;
+  }
+  Event done;
+  int total = 0;
+  queue->submit([&] {
+    total = ran;
+    done.set();
+  });
+  ASSERT_TRUE(done.wait());
+  EXPECT_EQ(total, inPlace + (kRounds + 2) / 3);
 }
 
 TEST(ThreadQueue, IsNotStarvedOfDelaysByTasksThatSubmitTasks) {
