@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -249,6 +250,54 @@ TEST(LiveProcessTest, SampledTableSaysTheSameAsThePlainOne) {
     EXPECT_EQ(record->parent, expected->parent);
     EXPECT_EQ(record->owner, expected->owner);
   }
+}
+
+struct Seen {
+  ProcessRecord record;
+  ProcessUsage usage;
+};
+
+// This user's processes, as the plain table has them.
+std::map<std::int32_t, Seen> processesNow(ProcessTable& plain) {
+  std::map<std::int32_t, Seen> seen;
+  for (const std::int32_t pid : plain.allPids()) {
+    const auto record = plain.record(pid);
+    const auto usage = plain.usage(pid);
+    if (record && usage && record->owner == ::getuid()) seen[pid] = {*record, *usage};
+  }
+  return seen;
+}
+
+bool isSameProcess(const ProcessRecord& one, const ProcessRecord& other) {
+  return one.startSeconds == other.startSeconds && one.startMicroseconds == other.startMicroseconds &&
+         one.owner == other.owner;
+}
+
+TEST(LiveProcessTest, WhatTheSampledTableDoesNotReadAgainHasNotChanged) {
+  const auto plain = makeProcessTable();
+  const auto sampled = platform::makeSampledProcessTable();
+  std::size_t compared = 0;
+  for (int pass = 0; pass < 6; ++pass) {
+    const auto before = processesNow(*plain);
+    for (const std::int32_t pid : sampled->allPids()) (void)sampled->usage(pid);
+    const auto after = processesNow(*plain);
+    for (const auto& [pid, early] : before) {
+      const auto late = after.find(pid);
+      if (late == after.end() || !isSameProcess(early.record, late->second.record)) continue;
+      const auto record = sampled->record(pid);
+      const auto usage = sampled->usage(pid);
+      ASSERT_TRUE(record && usage) << pid;
+      EXPECT_TRUE(isSameProcess(*record, early.record)) << pid;
+      EXPECT_GE(usage->cpuTime, early.usage.cpuTime) << pid;
+      EXPECT_LE(usage->cpuTime, late->second.usage.cpuTime) << pid;
+      EXPECT_GE(usage->diskRead.value_or(0), early.usage.diskRead.value_or(0)) << pid;
+      EXPECT_LE(usage->diskRead.value_or(0), late->second.usage.diskRead.value_or(0)) << pid;
+      EXPECT_GE(usage->diskWritten.value_or(0), early.usage.diskWritten.value_or(0)) << pid;
+      EXPECT_LE(usage->diskWritten.value_or(0), late->second.usage.diskWritten.value_or(0)) << pid;
+      ++compared;
+    }
+  }
+  EXPECT_GE(compared, 6U) << "this test is a process too";
 }
 
 TEST(LiveProcessTest, SampledTableSeesAnIdleProcessWorkAgain) {
