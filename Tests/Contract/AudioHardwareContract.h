@@ -29,10 +29,9 @@
 //   void pausePlayer(pid); void resumePlayer(pid); it stays connected
 //   void switchOutput();                           makes another stereo output the default, and back again
 //   double level(std::int32_t pid);                what is heard of the player now; 1 is its own playback
-//   bool await(const std::function<bool()>&);      lets time pass until it is true; false when it never
-//   becomes true void settle();                                 lets pass what a wrong notification or cycle
-//   would need to arrive static constexpr AudioStatus kBusy;            the status of tapping what is tapped
-//   already
+//   bool await(const std::function<bool()>&);      lets time pass until it is true; false when it never is
+//   void settle();                                 long enough for a wrong notification or cycle to arrive
+//   static constexpr AudioStatus kBusy;            the status of tapping what is tapped already
 // Views are called from the test's thread only. Levels are compared to within kLevelTolerance.
 namespace monitor::contract {
 
