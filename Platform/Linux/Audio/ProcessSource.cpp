@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "Platform/Linux/Audio/ProcessSource.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <ctime>
-#include <memory>
 #include <sstream>
 #include <string_view>
 
@@ -53,23 +50,14 @@ std::string executableName(const std::string& link) {
 
 }  // namespace
 
-ProcProcessSource::ProcProcessSource(std::string root) : root_(std::move(root)) {}
+ProcProcessSource::ProcProcessSource(std::string root) : root_(std::move(root)), folder_(root_) {}
 
 std::string ProcProcessSource::path(std::int32_t pid, const char* name) const {
   return root_ + "/" + std::to_string(pid) + "/" + name;
 }
 
 std::vector<std::int32_t> ProcProcessSource::pids() const {
-  std::vector<std::int32_t> result;
-  const std::unique_ptr<DIR, int (*)(DIR*)> folder{opendir(root_.c_str()), closedir};
-  if (folder == nullptr) return result;
-  while (const dirent* entry = readdir(folder.get())) {
-    const std::string_view name{entry->d_name};
-    std::int32_t pid = 0;
-    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
-    if (error == std::errc{} && end == name.data() + name.size() && pid > 0) result.push_back(pid);
-  }
-  return result;
+  return folder_.pids();
 }
 
 std::optional<ProcessStatus> ProcProcessSource::status(std::int32_t pid) const {

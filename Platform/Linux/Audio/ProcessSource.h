@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Linux/Process/ProcFolder.h"
+
 namespace monitor::platform {
 
 // Who a process is.
@@ -46,6 +48,7 @@ class ProcProcessSource final : public ProcessSource {
   [[nodiscard]] std::string path(std::int32_t pid, const char* name) const;
 
   std::string root_;
+  ProcFolder folder_;
 };
 
 // Seconds since boot, suspend included: the scale of ProcessDetails::startedAt.
