@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "MonitorCore/AggregateDictionary.h"
-#include "Platform/Darwin/DispatchQueues.h"
+#include "Platform/Darwin/DispatchQueueOf.h"
 #include "Platform/Darwin/Text.h"
 
 namespace monitor::platform {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "Platform/Darwin/DispatchQueueOf.h"
 #include "Platform/Darwin/Text.h"
 
 namespace monitor::platform {

@@ -5,6 +5,9 @@
 #import <CoreAudio/CoreAudio.h>
 #import <Foundation/Foundation.h>
 #import <IOKit/IOKitLib.h>
+#import <IOKit/hid/IOHIDKeys.h>
+#import <IOKit/ps/IOPSKeys.h>
+#import <IOKit/storage/IOBlockStorageDriver.h>
 #import <ServiceManagement/ServiceManagement.h>
 
 #include <libproc.h>
@@ -16,6 +19,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "MonitorCore/MonitorError.h"
 #include "MonitorCore/Ports/AudioHardware.h"
 
 namespace monitor::platform {
@@ -32,7 +36,7 @@ static_assert(sizeof(proc_vnodepathinfo{}.pvi_cdir.vip_path) == 1024);
 static_assert(sizeof(proc_fdinfo) == 8);
 static_assert(PROX_FDTYPE_SOCKET == 2 && SOCKINFO_TCP == 2 && TSI_S_LISTEN == 1);
 static_assert(PROC_PIDLISTFDS == 1 && PROC_PIDTBSDINFO == 3 && PROC_PIDVNODEPATHINFO == 9);
-static_assert(PROC_PIDFDSOCKETINFO == 3 && PROC_PIDPATHINFO_MAXSIZE == 4096);
+static_assert(PROC_PIDPATHINFO == 11 && PROC_PIDFDSOCKETINFO == 3 && PROC_PIDPATHINFO_MAXSIZE == 4096);
 static_assert(sizeof(rusage_info_v2) == 160 && RUSAGE_INFO_V2 == 2);
 static_assert(offsetof(rusage_info_v2, ri_user_time) == 16 && offsetof(rusage_info_v2, ri_system_time) == 24);
 static_assert(offsetof(rusage_info_v2, ri_phys_footprint) == 72);
@@ -46,9 +50,11 @@ static_assert(offsetof(if_msghdr2, ifm_data) == 32);
 static_assert(offsetof(if_msghdr2, ifm_data.ifi_ibytes) == 96 && offsetof(if_msghdr2, ifm_data.ifi_obytes) == 104);
 static_assert(RTM_IFINFO2 == 18 && NET_RT_IFLIST2 == 6 && PF_ROUTE == 17 && CTL_NET == 4);
 static_assert(IFF_UP == 1 && IFNAMSIZ == 16);
+static_assert(sizeof(if_msghdr) == 112);  // the smallest message
 
 // Host statistics.
 static_assert(HOST_CPU_LOAD_INFO == 3 && HOST_CPU_LOAD_INFO_COUNT == 4);
+static_assert(sizeof(host_cpu_load_info{}.cpu_ticks[0]) == 4);  // so that they wrap
 static_assert(CPU_STATE_USER == 0 && CPU_STATE_SYSTEM == 1 && CPU_STATE_IDLE == 2 && CPU_STATE_NICE == 3);
 static_assert(HOST_VM_INFO64 == 4 && sizeof(vm_statistics64) == 152 && HOST_VM_INFO64_COUNT == 38);
 static_assert(offsetof(vm_statistics64, wire_count) == 12 && offsetof(vm_statistics64, purgeable_count) == 88);
@@ -96,8 +102,26 @@ static_assert(std::string_view(kAudioSubDeviceOutputChannelsKey) == "channels-ou
 static_assert(std::string_view(kAudioSubTapUIDKey) == "uid");
 static_assert(std::string_view(kAudioSubTapDriftCompensationKey) == "drift");
 
+// Names in the I/O registry and of power sources, which the adapters spell out.
+static_assert(std::string_view(kIOBlockStorageDriverClass) == "IOBlockStorageDriver");
+static_assert(std::string_view(kIOBlockStorageDriverStatisticsKey) == "Statistics");
+static_assert(std::string_view(kIOBlockStorageDriverStatisticsBytesReadKey) == "Bytes (Read)");
+static_assert(std::string_view(kIOBlockStorageDriverStatisticsBytesWrittenKey) == "Bytes (Write)");
+static_assert(std::string_view(kIOHIDDeviceKey) == "IOHIDDevice" && std::string_view(kIOHIDProductKey) == "Product");
+static_assert(std::string_view(kIOPSTypeKey) == "Type");
+static_assert(std::string_view(kIOPSInternalBatteryType) == "InternalBattery");
+static_assert(std::string_view(kIOPSCurrentCapacityKey) == "Current Capacity");
+static_assert(std::string_view(kIOPSMaxCapacityKey) == "Max Capacity");
+static_assert(std::string_view(kIOPSTimeToEmptyKey) == "Time to Empty");
+static_assert(std::string_view(kIOPSPowerSourceStateKey) == "Power Source State");
+
 // Connections, services, errors.
 static_assert(NSXPCConnectionPrivileged == 4096);
+static_assert(NSFileReadTooLargeError == MonitorError::kReadTooLarge);
+static_assert(NSPropertyListReadCorruptError == MonitorError::kPropertyListReadCorrupt);
+static_assert(NSXPCConnectionInvalid == MonitorError::kConnectionInvalid);
+static_assert(NSXPCConnectionCodeSigningRequirementFailure == 4102);
+static_assert(NSCoderInvalidValueError == MonitorError::kCoderInvalidValue);
 static_assert(SMAppServiceStatusNotRegistered == 0 && SMAppServiceStatusEnabled == 1);
 static_assert(SMAppServiceStatusRequiresApproval == 2 && SMAppServiceStatusNotFound == 3);
 

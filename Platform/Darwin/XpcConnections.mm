@@ -199,7 +199,8 @@ class XpcServiceConnection final : public XpcEnd<ServiceConnection<Protocol>> {
 }  // namespace
 
 // The accept hook: hands each new connection to the portable delegate. One class for both protocols; the hook knows
-// which it serves.
+// which it serves. The platform's protocol declares the method optional, so that a misspelt one would silently accept
+// nobody; our own declarations require it.
 @interface ListenerDelegate : NSObject <NSXPCListenerDelegate> {
   std::function<bool(NSXPCConnection* _Nonnull)> _accept;
 }

@@ -115,6 +115,14 @@ typedef struct {
 @property(readonly) NSOperatingSystemVersion operatingSystemVersion;
 - (BOOL)isOperatingSystemAtLeastVersion:(NSOperatingSystemVersion)version;
 @end
+// Of <Foundation/FoundationErrors.h>.
+enum : NSInteger {
+  NSFileReadTooLargeError = 263,
+  NSPropertyListReadCorruptError = 3840,
+  NSXPCConnectionInvalid = 4099,
+  NSXPCConnectionCodeSigningRequirementFailure = 4102,
+  NSCoderInvalidValueError = 4866
+};
 enum NSXPCConnectionOptions : NSUInteger { NSXPCConnectionPrivileged = (1 << 12) };
 typedef enum NSXPCConnectionOptions NSXPCConnectionOptions;
 @interface NSXPCInterface : NSObject

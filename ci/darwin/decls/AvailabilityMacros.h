@@ -1,0 +1,2 @@
+#pragma once
+// What GoogleTest includes on every Apple system; nothing of it is used.

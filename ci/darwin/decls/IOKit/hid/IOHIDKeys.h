@@ -1,0 +1,3 @@
+#pragma once
+#define kIOHIDDeviceKey "IOHIDDevice"
+#define kIOHIDProductKey "Product"
