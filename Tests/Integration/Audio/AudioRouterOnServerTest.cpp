@@ -3,75 +3,19 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <functional>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "MonitorAudioEngine/AudioRouteError.h"
-#include "MonitorAudioEngine/AudioRouter.h"
-#include "Platform/Linux/Base/Clocks.h"
-#include "Platform/Linux/Base/LinuxSystemInformation.h"
-#include "Platform/Linux/Base/Queues.h"
-#include "Platform/Linux/Base/RandomUuid.h"
-#include "Platform/Linux/Process/ProcessAdapters.h"
-#include "Tests/Integration/Audio/RoutedStack.h"
+#include "Tests/Integration/Audio/RoutersOnStack.h"
 #include "Tools/AudioLab/HardwareSink.h"
 
 namespace monitor::platform::test {
 namespace {
 
-constexpr double kTolerance = 1e-6;
-
-// A private stack and as many clients as a test wants, each with a router of its own.
-struct RoutersOnStack : RoutedStack {
-  using RoutedStack::RoutedStack;
-
-  std::shared_ptr<AudioRouter> client() {
-    return AudioRouter::make(
-        {provider->openView(), *queues, clock, *processes, *bundles, *system, randomUuid});
-  }
-
-  std::shared_ptr<SerialQueueFactory> queues = makeSerialQueueFactory();
-  MonotonicClock clock;
-  std::shared_ptr<ProcessTable> processes = makeProcessTable();
-  std::shared_ptr<ApplicationBundles> bundles = makeApplicationBundles();
-  std::shared_ptr<SystemInformation> system = makeSystemInformation();
-};
-
-// Runs `work` on the router's queue and waits for it.
-template <class Result>
-Result onQueue(const std::shared_ptr<AudioRouter>& router, const std::function<Result(AudioRouter&)>& work) {
-  std::promise<Result> promise;
-  router->queue()->submit([&] { promise.set_value(work(*router)); });
-  return promise.get_future().get();
-}
-
 std::optional<AudioApplication> listed(const std::shared_ptr<AudioRouter>& router, const Player& player) {
-  return onQueue<std::optional<AudioApplication>>(
-      router, [&](AudioRouter& on) -> std::optional<AudioApplication> {
-        for (const AudioApplication& application : on.applications().applications) {
-          for (const ProcessKey& key : application.processes) {
-            if (key.pid == player.pid()) return application;
-          }
-        }
-        return std::nullopt;
-      });
-}
-
-// Sets the program's gain; the error's text, empty on success.
-std::string setGain(const std::shared_ptr<AudioRouter>& router, const Player& player, double gain) {
-  const auto application = listed(router, player);
-  if (!application) return "not listed";
-  return onQueue<std::string>(router, [&](AudioRouter& on) -> std::string {
-    try {
-      on.setGain(gain, application->processes);
-      return {};
-    } catch (const AudioRouteError& error) {
-      return error.what();
-    }
-  });
+  return ask(router, player).application;
 }
 
 void stop(const std::shared_ptr<AudioRouter>& router) {
@@ -84,16 +28,6 @@ void stop(const std::shared_ptr<AudioRouter>& router) {
 std::optional<std::string> standingMessage(const std::shared_ptr<AudioRouter>& router) {
   return onQueue<std::optional<std::string>>(router,
                                              [](AudioRouter& on) { return on.applications().message; });
-}
-
-// Whether the program comes to be heard at this gain.
-bool becomes(const Listening& listening, double gain, unsigned channel = 0) {
-  return eventually([&] {
-    const std::size_t from = listening.frames();
-    listening.recorder.waitSeconds(0.06);
-    const auto measured = lab::measureSteadiness(listening.stretches(channel, from), 0, 2000);
-    return measured.steadyFrames > 1500 && std::abs(measured.gain - gain) < kTolerance;
-  });
 }
 
 const std::string kInvalidFormat = AudioRouteError::invalidFormat().what();
@@ -171,7 +105,7 @@ TEST(AudioRouterOnServer, ProgramIsNeverLouderThanItPlays) {
     ASSERT_TRUE(becomes(listening, 1.0));
   }
   const auto heard = lab::measureSteadiness(listening.stretches(0), 0, listening.frames());
-  EXPECT_LE(heard.highest, 1.0 + kTolerance);
+  EXPECT_LE(heard.highest, 1.0 + 1e-6);
 }
 
 class UnsupportedSink : public testing::TestWithParam<std::vector<std::string>> {};
