@@ -107,7 +107,7 @@ TEST_F(HelperOnBus, TellsTwoUsersTenCallersNothingOfEachOther) {
   for (int i = 0; i < 10; ++i) {
     callers.emplace_back([&, user = i % 2 == 0 ? users.anna : users.bert] {
       try {
-        auto sample = world.patientSample(user);
+        auto sample = world.sample(user);
         const std::lock_guard lock(mutex);
         samples.emplace_back(user, std::move(sample));
       } catch (const std::exception& error) {
@@ -173,7 +173,7 @@ TEST_F(HelperOnBus, RealToolReadsOtherUsersProcessesWithTheCapabilitiesOfTheUnit
   ASSERT_TRUE(waitForOwner(talker.pid(), users.anna));
 
   for (int attempt = 0; attempt < 10; ++attempt) {
-    for (const auto& process : world.patientSample(users.anna).processes) {
+    for (const auto& process : world.sample(users.anna).processes) {
       if (process.key.pid == talker.pid() && process.upload > 0.0 && process.download > 0.0) return;
     }
   }

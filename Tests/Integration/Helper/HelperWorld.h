@@ -56,12 +56,11 @@ class HelperWorld {
     int status = 0;
     std::string output;  // of both streams
   };
-  // `vesk` with these arguments as `user`; only root may be anybody else.
+  // `vesk` with these arguments as `user`; only root may be anybody else. Tried again when the time of the
+  // register or of the helper was over.
   [[nodiscard]] Run vesk(const std::vector<std::string>& arguments, uid_t user = ::getuid()) const;
   // The sample of `vesk advanced --json`; std::runtime_error with what it printed when there is none.
   [[nodiscard]] AdvancedSample sample(uid_t user = ::getuid()) const;
-  // The same, tried again when the client's 8 s were over: on a busy machine ten programs start slowly.
-  [[nodiscard]] AdvancedSample patientSample(uid_t user) const;
   // Waits until the tool has begun to measure for the `count`-th time; false when it does not.
   [[nodiscard]] bool waitForRuns(std::size_t count) const;
 };
