@@ -183,6 +183,8 @@ std::uint64_t processorNanoseconds(pid_t pid) {
     std::ifstream(task.path() / "schedstat") >> time;
     sum += time;
   }
+  // A process that has run has had some, unless the kernel does not count.
+  if (sum == 0) throw std::runtime_error("the kernel does not say how long the service ran");
   return sum;
 }
 
