@@ -6,13 +6,12 @@
 #include <vector>
 
 #include "MonitorMac/Ports/HostStatistics.h"
+#include "Platform/Linux/Base/Netlink.h"
 
 namespace monitor::platform {
 
-struct LinkDump {
+struct LinkDump : netlink::Progress {
   std::vector<InterfaceCounter> links;
-  bool done = false;    // the kernel said that nothing follows
-  bool failed = false;  // the kernel refused, or the bytes are not netlink messages
 };
 
 // Reads one datagram of a netlink link dump and adds its links to `dump`. Every length is checked before it

@@ -4,22 +4,16 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <span>
+#include <utility>
 
+#include "Platform/Linux/Base/Netlink.h"
 #include "Platform/Linux/Host/LinkMessages.h"
 
 namespace monitor::platform {
 namespace {
-
-// The kernel answers a dump at once; this bounds the wait for an answer that never comes.
-constexpr timeval kReceiveTimeout{1, 0};
-// The kernel's dumps come in datagrams of at most 32 KiB.
-constexpr std::size_t kDatagram = 65'536;
 
 class Socket {
  public:
@@ -36,18 +30,9 @@ class Socket {
 };
 
 bool askForLinks(int socket) {
-  struct {
-    nlmsghdr header;
-    ifinfomsg link;
-  } request{};
-  request.header.nlmsg_len = sizeof request;
-  request.header.nlmsg_type = RTM_GETLINK;
-  request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-  request.link.ifi_family = AF_UNSPEC;
-  sockaddr_nl kernel{};
-  kernel.nl_family = AF_NETLINK;
-  return ::sendto(socket, &request, sizeof request, 0, reinterpret_cast<const sockaddr*>(&kernel),
-                  sizeof kernel) == static_cast<ssize_t>(sizeof request);
+  ifinfomsg link{};
+  link.ifi_family = AF_UNSPEC;
+  return netlink::askForDump(socket, RTM_GETLINK, link);
 }
 
 }  // namespace
@@ -69,16 +54,11 @@ std::set<std::string> NetlinkInterfaces::physicalInterfaces() {
 std::vector<InterfaceCounter> NetlinkInterfaces::counters() {
   const Socket socket;
   if (socket.get() < 0 || !askForLinks(socket.get())) return {};
-  ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kReceiveTimeout, sizeof kReceiveTimeout);
-  alignas(nlmsghdr) std::array<std::byte, kDatagram> buffer;
+  alignas(nlmsghdr) std::array<std::byte, netlink::kDatagramBytes> buffer;
   LinkDump dump;
-  while (!dump.done && !dump.failed) {
-    const ssize_t count = ::recv(socket.get(), buffer.data(), buffer.size(), 0);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return {};
-    readLinkMessages(std::span(buffer).first(static_cast<std::size_t>(count)), dump);
-  }
-  return dump.failed ? std::vector<InterfaceCounter>() : std::move(dump.links);
+  const bool whole = netlink::receiveDump(socket.get(), buffer, dump,
+                                          [&](netlink::Bytes datagram) { readLinkMessages(datagram, dump); });
+  return whole ? std::move(dump.links) : std::vector<InterfaceCounter>();
 }
 
 }  // namespace monitor::platform

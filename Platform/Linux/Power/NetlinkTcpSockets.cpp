@@ -6,20 +6,17 @@
 #include <linux/sock_diag.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 
 #include <cerrno>
 #include <cstddef>
 #include <span>
 
+#include "Platform/Linux/Base/Netlink.h"
 #include "Platform/Linux/Power/TcpMessages.h"
 
 namespace monitor::platform {
 namespace {
 
-// The kernel answers a dump at once; this bounds the wait for an answer that never comes.
-constexpr timeval kReceiveTimeout{1, 0};
-constexpr std::size_t kDatagram = 65'536;
 // Some thousand connections that end within one interval.
 constexpr int kEndingsBuffer = 4 << 20;
 // Connections may end as fast as they are fetched; they must not keep this process from its work.
@@ -56,38 +53,24 @@ FileDescriptor watchEndings() {
 }
 
 bool askForSockets(int socket, unsigned char family) {
-  struct {
-    nlmsghdr header;
-    inet_diag_req_v2 question;
-  } request{};
-  request.header.nlmsg_len = sizeof request;
-  request.header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
-  request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-  request.question.sdiag_family = family;
-  request.question.sdiag_protocol = IPPROTO_TCP;
-  request.question.idiag_ext = 1U << (INET_DIAG_INFO - 1);
-  request.question.idiag_states = kStates;
-  sockaddr_nl kernel{};
-  kernel.nl_family = AF_NETLINK;
-  return ::sendto(socket, &request, sizeof request, 0, reinterpret_cast<const sockaddr*>(&kernel),
-                  sizeof kernel) == static_cast<ssize_t>(sizeof request);
+  inet_diag_req_v2 question{};
+  question.sdiag_family = family;
+  question.sdiag_protocol = IPPROTO_TCP;
+  question.idiag_ext = 1U << (INET_DIAG_INFO - 1);
+  question.idiag_states = kStates;
+  return netlink::askForDump(socket, SOCK_DIAG_BY_FAMILY, question);
 }
 
 // Whether all connections of the family were told.
 bool dumpFamily(unsigned char family, std::vector<TcpSocket>& sockets) {
   const FileDescriptor socket = openDiagnostics(0);
   if (!socket.valid() || !askForSockets(socket.get(), family)) return false;
-  ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kReceiveTimeout, sizeof kReceiveTimeout);
-  std::vector<std::byte> buffer(kDatagram);
+  std::vector<std::byte> buffer(netlink::kDatagramBytes);
   TcpDump dump;
-  while (!dump.done && !dump.failed) {
-    const ssize_t count = ::recv(socket.get(), buffer.data(), buffer.size(), 0);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    readTcpMessages(std::span(buffer).first(static_cast<std::size_t>(count)), dump);
-  }
+  const bool whole = netlink::receiveDump(socket.get(), buffer, dump,
+                                          [&](netlink::Bytes datagram) { readTcpMessages(datagram, dump); });
   sockets.insert(sockets.end(), dump.sockets.begin(), dump.sockets.end());
-  return !dump.failed;
+  return whole;
 }
 
 }  // namespace
@@ -103,7 +86,7 @@ std::optional<std::vector<TcpSocket>> NetlinkTcpSockets::current() {
 
 std::vector<TcpSocket> NetlinkTcpSockets::ended() {
   std::vector<TcpSocket> sockets;
-  std::vector<std::byte> buffer(kDatagram);
+  std::vector<std::byte> buffer(netlink::kDatagramBytes);
   for (int left = kMostEndings; left > 0 && endings_.valid(); --left) {
     const ssize_t count = ::recv(endings_.get(), buffer.data(), buffer.size(), 0);
     // Overrun: what was lost is lost, what follows still counts.

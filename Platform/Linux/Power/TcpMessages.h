@@ -5,14 +5,13 @@
 #include <span>
 #include <vector>
 
+#include "Platform/Linux/Base/Netlink.h"
 #include "Platform/Linux/Power/TcpSockets.h"
 
 namespace monitor::platform {
 
-struct TcpDump {
+struct TcpDump : netlink::Progress {
   std::vector<TcpSocket> sockets;
-  bool done = false;    // the kernel said that nothing follows
-  bool failed = false;  // the kernel refused or was disturbed, or the bytes are not netlink messages
 };
 
 // Reads one datagram of the kernel's socket diagnostics and adds its connections to `dump`. Every length is

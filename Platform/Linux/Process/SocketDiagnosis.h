@@ -5,14 +5,13 @@
 #include <optional>
 #include <span>
 
+#include "Platform/Linux/Base/Netlink.h"
 #include "Platform/Linux/Process/ListeningSockets.h"
 
 namespace monitor::platform {
 
-struct SocketDump {
+struct SocketDump : netlink::Progress {
   ListeningSockets sockets;
-  bool done = false;    // the kernel said that nothing follows
-  bool failed = false;  // the kernel refused, or the bytes are not netlink messages
 };
 
 // Reads one datagram of a dump of listening TCP sockets and adds what it lists to `dump`. Every length is

@@ -11,10 +11,12 @@
 #include <random>
 #include <string>
 
+#include "Tests/Platform/NetlinkDatagram.h"
+
 namespace monitor::platform {
 namespace {
 
-class Datagram {
+class Datagram : public NetlinkDatagram<Datagram> {
  public:
   Datagram& link(const std::string& name, unsigned flags, std::uint64_t received, std::uint64_t sent) {
     const std::size_t begin = open(RTM_NEWLINK);
@@ -27,39 +29,6 @@ class Datagram {
     statistics.tx_bytes = sent;
     attribute(IFLA_STATS64, &statistics, sizeof statistics);
     return close(begin);
-  }
-  Datagram& control(std::uint16_t type) {
-    const std::size_t begin = open(type);
-    const int status = 0;
-    append(&status, sizeof status);
-    return close(begin);
-  }
-  std::vector<std::byte> bytes;
-
- private:
-  std::size_t open(std::uint16_t type) {
-    const std::size_t begin = bytes.size();
-    nlmsghdr header{};
-    header.nlmsg_type = type;
-    append(&header, sizeof header);
-    return begin;
-  }
-  Datagram& close(std::size_t begin) {
-    const auto length = static_cast<std::uint32_t>(bytes.size() - begin);
-    std::memcpy(bytes.data() + begin, &length, sizeof length);
-    return *this;
-  }
-  void attribute(unsigned short type, const void* data, std::size_t size) {
-    rtattr header{};
-    header.rta_type = type;
-    header.rta_len = static_cast<unsigned short>(sizeof header + size);
-    append(&header, sizeof header);
-    append(data, size);
-  }
-  void append(const void* data, std::size_t size) {
-    const auto* first = static_cast<const std::byte*>(data);
-    bytes.insert(bytes.end(), first, first + size);
-    bytes.resize((bytes.size() + 3) & ~std::size_t{3});
   }
 };
 

@@ -11,10 +11,12 @@
 #include <cstring>
 #include <random>
 
+#include "Tests/Platform/NetlinkDatagram.h"
+
 namespace monitor::platform {
 namespace {
 
-class Datagram {
+class Datagram : public NetlinkDatagram<Datagram> {
  public:
   Datagram& socket(const TcpSocket& socket, std::size_t informationSize = sizeof(tcp_info)) {
     const std::size_t begin = open(SOCK_DIAG_BY_FAMILY);
@@ -30,39 +32,6 @@ class Datagram {
     information.tcpi_bytes_acked = socket.sent;
     if (informationSize > 0) attribute(INET_DIAG_INFO, &information, informationSize);
     return close(begin);
-  }
-  Datagram& control(std::uint16_t type) {
-    const std::size_t begin = open(type);
-    const int status = 0;
-    append(&status, sizeof status);
-    return close(begin);
-  }
-  std::vector<std::byte> bytes;
-
- private:
-  std::size_t open(std::uint16_t type) {
-    const std::size_t begin = bytes.size();
-    nlmsghdr header{};
-    header.nlmsg_type = type;
-    append(&header, sizeof header);
-    return begin;
-  }
-  Datagram& close(std::size_t begin) {
-    const auto length = static_cast<std::uint32_t>(bytes.size() - begin);
-    std::memcpy(bytes.data() + begin, &length, sizeof length);
-    return *this;
-  }
-  void attribute(unsigned short type, const void* data, std::size_t size) {
-    rtattr header{};
-    header.rta_type = type;
-    header.rta_len = static_cast<unsigned short>(sizeof header + size);
-    append(&header, sizeof header);
-    append(data, size);
-  }
-  void append(const void* data, std::size_t size) {
-    const auto* first = static_cast<const std::byte*>(data);
-    bytes.insert(bytes.end(), first, first + size);
-    bytes.resize((bytes.size() + 3) & ~std::size_t{3});
   }
 };
 
