@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <functional>
 #include <set>
 #include <string_view>
 #include <system_error>
@@ -144,12 +145,24 @@ void SampledProcessTable::look(std::int32_t pid, Process& process) {
   } else {
     dropFiles(process);
   }
-  if (now_ >= process.nextCheck) {
+  if (now_ >= process.nextCheck) check(pid, process);
+}
+
+void SampledProcessTable::check(std::int32_t pid, Process& process) const {
+  const bool settled = ageOf(process) >= kShortestPeriod;
+  const std::size_t unit = unitOf(pid);
+  if (settled || unit != process.unit) {
     process.read = false;
     process.newIdentity = true;
     process.sockets.becomeDue();
-    process.nextCheck = nextCheck(pid, process);
   }
+  process.unit = unit;
+  process.nextCheck = nextCheck(pid, process);
+}
+
+std::size_t SampledProcessTable::unitOf(std::int32_t pid) const {
+  StatBuffer buffer;
+  return std::hash<std::string_view>()(proc_.read(pid, "cgroup", buffer).value_or(std::string_view()));
 }
 
 SampledProcessTable::Activity SampledProcessTable::activityOf(std::int32_t pid, Process& process) const {
@@ -218,6 +231,7 @@ SampledProcessTable::Process* SampledProcessTable::admit(std::int32_t pid) {
     forget(pid);
     return nullptr;
   }
+  process.unit = unitOf(pid);
   process.nextCheck = nextCheck(pid, process);
   if (process.threads != 1) drop(process.schedstat);
   return &process;
@@ -318,11 +332,14 @@ SampledProcessTable::Outcome SampledProcessTable::take(std::int32_t pid, Process
   return Outcome::Read;
 }
 
-double SampledProcessTable::nextCheck(std::int32_t pid, const Process& process) const {
+double SampledProcessTable::ageOf(const Process& process) const {
   const double started = static_cast<double>(process.startTicks.value_or(0)) /
                          static_cast<double>(settings_.units.ticksPerSecond);
-  const double age = std::max(now_ - started, 0.0);
-  return now_ + std::min(age, kShortestPeriod + static_cast<double>(pid % kPeriods));
+  return std::max(now_ - started, 0.0);
+}
+
+double SampledProcessTable::nextCheck(std::int32_t pid, const Process& process) const {
+  return now_ + std::min(ageOf(process), kShortestPeriod + static_cast<double>(pid % kPeriods));
 }
 
 std::optional<ProcessRecord> SampledProcessTable::record(std::int32_t pid) {

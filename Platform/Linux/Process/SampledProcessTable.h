@@ -31,8 +31,8 @@ namespace monitor::platform {
 //   - Pids are given in order, and loadavg says which was the last. New processes are looked for among those
 //     given since, and everything is listed only when they have started over, and every ten seconds.
 //
-// What can change without either is read again when the process is twice as old as last time, and at least
-// every five minutes: the unit it belongs to, and memory that the kernel took from it. Kernels without
+// What can change without either is looked at with time: the unit it belongs to when the process is twice as
+// old as last time, and at least every five minutes, then with everything else of it. Kernels without
 // schedstat, or with nothing in it, are read in full.
 //
 // allPids() begins a pass, and answers hold for that pass. Processes of other users have no record and
@@ -82,6 +82,7 @@ class SampledProcessTable final : public ProcessTable {
     std::int32_t terminal = 0;
     std::size_t program = 0;
     std::optional<std::uint64_t> startTicks;  // none: nothing was read yet
+    std::size_t unit = 0;                     // a mark of its control group
     double nextCheck = 0.0;                   // uptime
     ProcessRecord record;
     std::optional<ProcessUsage> usage;
@@ -116,6 +117,9 @@ class SampledProcessTable final : public ProcessTable {
   void drop(std::optional<FileDescriptor>& descriptor);
   void dropFiles(Process& process);
   void forget(std::int32_t pid);
+  void check(std::int32_t pid, Process& process) const;
+  [[nodiscard]] std::size_t unitOf(std::int32_t pid) const;
+  [[nodiscard]] double ageOf(const Process& process) const;
   [[nodiscard]] double nextCheck(std::int32_t pid, const Process& process) const;
 
   Settings settings_;

@@ -359,24 +359,34 @@ TEST_F(SampledProcessTableTest, IdentityIsAskedForOnceAndAgainForAnotherProgram)
   EXPECT_TRUE(table.mayHaveNewIdentity(42)) << "it has a terminal now";
 }
 
-TEST_F(SampledProcessTableTest, IdentityIsCheckedAgainWhenAProcessIsTwiceAsOld) {
+TEST_F(SampledProcessTableTest, UnitIsLookedAtAgainWhenAProcessIsTwiceAsOld) {
+  const auto isNewAfter = [this](double seconds) {
+    clock->seconds += seconds;
+    (void)table.allPids();
+    return table.mayHaveNewIdentity(43);
+  };
   clock->seconds = 1'002.0;
   process(43, {.startTicks = 1'000 * static_cast<std::uint64_t>(::sysconf(_SC_CLK_TCK))});
   schedule(43, "7 7 7");
+  tree.controlGroup(43, "/session.slice");
+  EXPECT_TRUE(isNewAfter(0.0));  // two seconds old
+  tree.controlGroup(43, "/app.slice/app-one.scope");
+  EXPECT_FALSE(isNewAfter(1.9));
+  EXPECT_TRUE(isNewAfter(0.1));  // four seconds old
+  EXPECT_FALSE(isNewAfter(4.0)) << "it is where it was";
+  tree.controlGroup(43, "/app.slice/app-two.scope");
+  EXPECT_FALSE(isNewAfter(7.9));
+  EXPECT_TRUE(isNewAfter(0.1));  // sixteen seconds old
+}
+
+TEST_F(SampledProcessTableTest, SettledProcessIsIdentifiedAgainEveryFiveMinutes) {
   (void)table.allPids();
-  EXPECT_TRUE(table.mayHaveNewIdentity(43));  // two seconds old
-  clock->seconds += 1.9;
+  (void)table.record(42);
   (void)table.allPids();
-  EXPECT_FALSE(table.mayHaveNewIdentity(43));
-  clock->seconds += 0.1;
+  EXPECT_FALSE(table.mayHaveNewIdentity(42));
+  clock->seconds += 301.0;
   (void)table.allPids();
-  EXPECT_TRUE(table.mayHaveNewIdentity(43));  // four seconds old
-  clock->seconds += 3.9;
-  (void)table.allPids();
-  EXPECT_FALSE(table.mayHaveNewIdentity(43));
-  clock->seconds += 0.1;
-  (void)table.allPids();
-  EXPECT_TRUE(table.mayHaveNewIdentity(43));
+  EXPECT_TRUE(table.mayHaveNewIdentity(42));
 }
 
 TEST_F(SampledProcessTableTest, NothingOfAnotherUserIsOpened) {
