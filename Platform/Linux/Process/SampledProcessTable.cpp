@@ -176,7 +176,7 @@ SampledProcessTable::Activity SampledProcessTable::activityOf(std::int32_t pid, 
       process.schedstat ? readAgain(*process.schedstat, buffer) : proc_.read(pid, "schedstat", buffer);
   if (!text) return process.schedstat && errno == ESRCH ? Activity::Ended : Activity::Ran;
   const auto runs = runsIn(*text);
-  const bool idle = runs && runs == process.runs;
+  const bool idle = runs && runs == process.runs && !process.running;
   process.runs = runs;
   process.ranPasses = idle ? 0 : std::min(process.ranPasses + 1, kBusyPasses);
   return idle ? Activity::Idle : Activity::Ran;
@@ -328,6 +328,7 @@ SampledProcessTable::Outcome SampledProcessTable::take(std::int32_t pid, Process
   process.program = stat.program;
   process.terminal = stat.terminal;
   process.threads = stat.threads;
+  process.running = stat.state == 'R';
   process.read = true;
   return Outcome::Read;
 }

@@ -26,8 +26,8 @@ namespace monitor::platform {
 // The process table of one user, for a sampler that reads all of it again and again. Every answer is the same
 // as ProcfsProcessTable's, but most of them need no reading:
 //
-//   - A process with one thread whose run time and run count in schedstat did not change has not run. Its CPU
-//     time, its disk bytes and its descriptors are what they were.
+//   - A process with one thread that was off the processor and whose run time and run count in schedstat did
+//     not change has not run. Its CPU time, its disk bytes and its descriptors are what they were.
 //   - Pids are given in order, and loadavg says which was the last. New processes are looked for among those
 //     given since, and everything is listed only when they have started over, and every ten seconds.
 //
@@ -79,6 +79,7 @@ class SampledProcessTable final : public ProcessTable {
     bool read = false;         // what was read of it still holds
     bool newIdentity = true;   // in this pass
     std::int64_t threads = 0;
+    bool running = false;  // on a processor when it was read: the kernel adds up such a run only later
     std::int32_t terminal = 0;
     std::size_t program = 0;
     std::optional<std::uint64_t> startTicks;  // none: nothing was read yet

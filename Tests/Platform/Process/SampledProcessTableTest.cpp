@@ -123,6 +123,17 @@ TEST_F(SampledProcessTableTest, ProcessThatRanIsReadAgain) {
   EXPECT_EQ(cpuTime(42), 10U);
 }
 
+TEST_F(SampledProcessTableTest, ProcessThatWasOnAProcessorIsReadAgainWhateverItsRunCountSays) {
+  process(42, {.state = 'R', .userTicks = 1});
+  EXPECT_EQ(cpuTime(42), 1U);
+  process(42, {.state = 'R', .userTicks = 2});
+  EXPECT_EQ(cpuTime(42), 2U);
+  process(42, {.userTicks = 3});
+  EXPECT_EQ(cpuTime(42), 3U);
+  process(42, {.userTicks = 4});  // would be seen if it were read
+  EXPECT_EQ(cpuTime(42), 3U);
+}
+
 TEST_F(SampledProcessTableTest, ProcessThatRunsAllTheTimeIsReadAllTheTimeUntilItStops) {
   for (std::uint64_t ticks = 1; ticks <= 12; ++ticks) {
     process(42, {.userTicks = ticks}).schedule(42, std::to_string(1'000 + ticks) + " 20 5");
