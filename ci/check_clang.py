@@ -13,7 +13,8 @@ import sys
 import tempfile
 
 # What only GCC knows, and what belongs to code generation.
-DROP_PREFIXES = ("-fsanitize", "-fno-sanitize", "-g", "-O", "-fno-omit-frame-pointer", "-fPI", "-Wno-restrict")
+DROP_PREFIXES = ("-fsanitize", "-fno-sanitize", "-g", "-O", "-fno-omit-frame-pointer", "-fPI", "-Wno-restrict",
+                 "-Winvalid-pch", "-fpch-preprocess")
 
 STANDARD_HEADERS = """algorithm array atomic chrono cmath condition_variable cstdint cstring deque filesystem fstream
 functional initializer_list iterator limits map memory mutex optional ostream random set span sstream string string_view
@@ -28,10 +29,10 @@ def clang_command(entry):
         words = words[1:]
     compiler = "clang-16" if entry["file"].endswith(".c") else "clang++-16"
     out, skip = [compiler, "-fsyntax-only"], False
-    for word in words[1:]:
+    for index, word in enumerate(words[1:], 1):
         if skip:
             skip = False
-        elif word in ("-o", "-MF", "-MT"):
+        elif word in ("-o", "-MF", "-MT") or (word == "-include" and words[index + 1].endswith("cmake_pch.hxx")):
             skip = True
         elif word not in ("-c", "-MD") and not word.startswith(DROP_PREFIXES):
             out.append(word)

@@ -57,6 +57,7 @@ endfunction()
 function(vesk_hot target)
   if(VESK_SANITIZER)
     target_compile_options(${target} PRIVATE -O1)
+    set_target_properties(${target} PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)  # those are of unoptimised sources
   endif()
 endfunction()
 

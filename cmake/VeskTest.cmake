@@ -4,6 +4,19 @@
 find_package(GTest REQUIRED)
 add_custom_target(threads_tests)
 
+# What nearly every test reads, read once: a third of the time that compiling the tests takes. Sources that include too
+# little are found all the same, by Clang's look at them.
+add_library(test_prefix OBJECT "${CMAKE_CURRENT_LIST_DIR}/TestPrefix.cpp")
+vesk_target(test_prefix)
+# Compiled as the programs are that use it.
+set_target_properties(test_prefix PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+target_compile_options(test_prefix PRIVATE -fPIE)
+target_link_libraries(test_prefix PRIVATE GTest::gmock_main)
+target_precompile_headers(test_prefix PRIVATE
+  <gmock/gmock.h> <gtest/gtest.h>
+  <algorithm> <array> <atomic> <chrono> <filesystem> <fstream> <functional> <map> <memory> <mutex> <optional> <random>
+  <set> <span> <string> <string_view> <thread> <variant> <vector>)
+
 function(vesk_test name)
   cmake_parse_arguments(A "MAIN" "TIMEOUT" "SOURCES;LIBRARIES;LABELS;FIXTURES" ${ARGN})
   add_executable(${name} ${A_SOURCES})
@@ -17,6 +30,7 @@ function(vesk_test name)
     set_property(SOURCE ${A_FIXTURES} APPEND PROPERTY
       COMPILE_DEFINITIONS VESK_FIXTURES="${PROJECT_SOURCE_DIR}/Tests/Fixtures")
   endif()
+  target_precompile_headers(${name} REUSE_FROM test_prefix)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
   add_test(NAME ${name} COMMAND ${name})
   if(NOT A_TIMEOUT)

@@ -1,0 +1,2 @@
+// SPDX-License-Identifier: MIT
+// Only here to carry the precompiled header of the tests.
