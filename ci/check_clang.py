@@ -53,7 +53,8 @@ def make_prefix(folder, name, headers):
     with open(source, "w", encoding="utf-8") as file:
         file.writelines(f"#include <{header}>\n" for header in headers)
     # The language options have to be those of the build (cmake/VeskBuild.cmake).
-    subprocess.run(["clang++-16", "-x", "c++-header", "-std=c++20", "-fvisibility=hidden",
+    # Instantiated there, or every file would instantiate again what waits at the prefix's end.
+    subprocess.run(["clang++-16", "-fpch-instantiate-templates", "-x", "c++-header", "-std=c++20", "-fvisibility=hidden",
                     "-fvisibility-inlines-hidden", "-DGTEST_HAS_PTHREAD=1", source, "-o", compiled], check=True)
     return compiled
 
