@@ -29,6 +29,14 @@ bool isExact(const std::vector<float>& samples, const lab::Stretch& stretch, flo
   return true;
 }
 
+const lab::Stretch* lastSteadyBefore(const std::vector<lab::Stretch>& stretches, const lab::Stretch& next) {
+  const lab::Stretch* last = nullptr;
+  for (const lab::Stretch& stretch : stretches) {
+    if (stretch.kind == lab::StretchKind::Steady && stretch.end() <= next.first) last = &stretch;
+  }
+  return last;
+}
+
 TEST_P(PlayerKinds, RouteScalesTheProgramAloneAndGivesItBack) {
   RoutedStack on;
   Player player{on.stack, {.kind = GetParam(), .name = "Player", .arguments = {"--channel", "0"}}};
@@ -47,12 +55,19 @@ TEST_P(PlayerKinds, RouteScalesTheProgramAloneAndGivesItBack) {
   const auto stretches = lab::findStretches(samples);
   const auto* scaled = lab::findSteady(stretches, kGain, kTolerance, before);
   ASSERT_NE(scaled, nullptr);
-  EXPECT_GE(scaled->frames, 20000U) << "at most a few cycles of half a second are not steady";
   EXPECT_TRUE(isExact(samples, *scaled, 0.4F));
+  // A player that a busy machine lets run dry is not the route's fault: it parts the stretch in two at one gain.
+  const auto whileRouted = lab::measureSteadiness(stretches, scaled->first, routed);
+  EXPECT_NEAR(whileRouted.lowest, kGain, kTolerance);
+  EXPECT_NEAR(whileRouted.highest, kGain, kTolerance);
+  EXPECT_GE(whileRouted.steadyFrames, 15'000U) << "of half a second";
   const auto* back = lab::findSteady(stretches, 1.0, kTolerance, routed);
   ASSERT_NE(back, nullptr);
   EXPECT_TRUE(isExact(samples, *back, 1.0F));
-  EXPECT_EQ(lab::describeJoint(samples, *scaled, *back).delayedFrames, 0);
+  const auto* last = lastSteadyBefore(stretches, *back);
+  ASSERT_NE(last, nullptr);
+  EXPECT_NEAR(last->gain, kGain, kTolerance);
+  EXPECT_EQ(lab::describeJoint(samples, *last, *back).delayedFrames, 0);
   const auto others = lab::measureSteadiness(listening.stretches(1), before, listening.frames());
   EXPECT_EQ(others.lowest, 1.0);
   EXPECT_EQ(others.highest, 1.0);
