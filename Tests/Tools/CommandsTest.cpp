@@ -132,6 +132,7 @@ TEST_F(CommandsTest, WrongUsageIsToldApartFromEverythingElse) {
                                                     {"apps", "--nonsense"},
                                                     {"stop", "a", "b"},
                                                     {"agent", "--idle", "-1"},
+                                                    {"agent", "--idle", "nan"},
                                                     {"agent", "--idle", "soon"}}) {
     const PrivateBus::Run run = vesk(arguments);
     EXPECT_EQ(run.status, kUsage) << run.err;

@@ -5,6 +5,7 @@
 #include "Tools/vesk/Agent/AgentProgram.h"
 #include "Tools/vesk/CommandLine.h"
 #include "Tools/vesk/Commands/Commands.h"
+#include "Tools/vesk/SecondsOption.h"
 
 namespace monitor::vesk {
 
@@ -17,7 +18,7 @@ void addAgentCommand(CommandLine& commandLine) {
       .add_option("--idle", options->idleSeconds,
                   "Seconds without a volume to keep and without a call after which "
                   "it leaves")
-      ->check(CLI::Range(0.0, 86'400.0))
+      ->check(secondsWithin(0.0, 86'400.0))
       ->capture_default_str();
   command.footer(
       "The other commands start it by themselves. When it ends, every program gets its normal playback "
