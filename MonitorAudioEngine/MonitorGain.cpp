@@ -13,6 +13,7 @@
 using monitor::gain::Kernel;
 using monitor::gain::Ramp;
 using monitor::gain::Sample;
+using monitor::gain::Steady;
 
 struct MonitorGainState {
   std::atomic<float> target{1.0F};
@@ -97,8 +98,11 @@ std::size_t countOf(const MonitorAudioBuffer& buffer) noexcept {
 }
 
 void renderSteady(const Kernel& kernel, Buffers inputs, Buffers outputs, float gain) noexcept {
+  std::size_t total = 0;
+  for (const MonitorAudioBuffer& output : outputs) total += countOf(output);
   for (std::size_t index = 0; index < outputs.size(); ++index) {
-    kernel.steady(samplesIn(inputs[index]), samplesOut(outputs[index]), countOf(outputs[index]), gain);
+    const Steady steady{countOf(outputs[index]), total, gain};
+    kernel.steady(steady, samplesIn(inputs[index]), samplesOut(outputs[index]));
   }
 }
 

@@ -19,6 +19,13 @@ struct Ramp {
   float to = 1.0F;
 };
 
+// One buffer at one gain.
+struct Steady {
+  std::size_t count = 0;  // samples of the buffer
+  std::size_t total = 0;  // of all buffers of the list: what passes through the caches before it does again
+  float gain = 1.0F;
+};
+
 // The arithmetic of a render for one kind of processor. Every kernel gives the same bits. Realtime: no kernel
 // allocates, locks or calls anything.
 //
@@ -26,8 +33,8 @@ struct Ramp {
 struct Kernel {
   const char* name;
 
-  // out[s] = in[s] × gain for all `count` samples.
-  void (*steady)(const Sample* in, Sample* out, std::size_t count, float gain) noexcept;
+  // out[s] = in[s] × gain for all samples.
+  void (*steady)(const Steady& steady, const Sample* in, Sample* out) noexcept;
 
   // out[s] = in[s] × fma(to − from, k / F, from) with k = s / channels + 1 and F = count / channels, both in
   // whole numbers, for each of `buffers` buffers. The last samples of a buffer may be a part of a frame,
@@ -39,14 +46,16 @@ struct Kernel {
 // input is then read as the samples written before have left it.
 extern const Kernel kPortableKernel;
 #if defined(__x86_64__)
-extern const Kernel kSse2Kernel;  // exact without a fused multiply-add in hardware
-extern const Kernel kAvx2Kernel;  // needs AVX2 and FMA
+extern const Kernel kSse2Kernel;    // exact without a fused multiply-add in hardware
+extern const Kernel kAvx2Kernel;    // needs AVX2 and FMA
+extern const Kernel kAvx512Kernel;  // needs AVX-512 Foundation
 #endif
 
 // What the running processor can do, as far as kernels care.
 struct CpuFeatures {
   bool avx2 = false;
   bool fma = false;
+  bool avx512f = false;
 };
 
 [[nodiscard]] CpuFeatures cpuFeatures() noexcept;

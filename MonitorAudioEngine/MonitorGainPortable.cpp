@@ -11,14 +11,18 @@ std::size_t smaller(std::size_t a, std::size_t b) noexcept {
   return a < b ? a : b;
 }
 
-void steady(const Sample* in, Sample* out, std::size_t count, float gain) noexcept {
+void multiply(const Sample* in, Sample* out, std::size_t count, float gain) noexcept {
   for (std::size_t sample = 0; sample < count; ++sample) out[sample] = in[sample] * gain;
+}
+
+void steady(const Steady& steady, const Sample* in, Sample* out) noexcept {
+  multiply(in, out, steady.count, steady.gain);
 }
 
 void apply(const Sample* in, Sample* out, std::size_t count, std::size_t channels,
            const float* gains) noexcept {
   for (std::size_t begin = 0; begin < count; begin += channels, ++gains) {
-    steady(in + begin, out + begin, smaller(channels, count - begin), *gains);
+    multiply(in + begin, out + begin, smaller(channels, count - begin), *gains);
   }
 }
 

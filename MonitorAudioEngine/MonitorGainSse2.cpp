@@ -69,12 +69,16 @@ __m128i gainsOfBlock(const Line& line, __m128i numbers, std::size_t frames, floa
   return numbers;
 }
 
-void steady(const Sample* in, Sample* out, std::size_t count, float gain) noexcept {
+void multiply(const Sample* in, Sample* out, std::size_t count, float gain) noexcept {
   const __m128 gains = _mm_set1_ps(gain);
   std::size_t sample = 0;
   for (; sample + kLanes <= count; sample += kLanes)
     store(out + sample, _mm_mul_ps(load(in + sample), gains));
   for (; sample < count; ++sample) out[sample] = in[sample] * gain;
+}
+
+void steady(const Steady& steady, const Sample* in, Sample* out) noexcept {
+  multiply(in, out, steady.count, steady.gain);
 }
 
 void applyMono(const Sample* in, Sample* out, std::size_t count, const float* gains) noexcept {
@@ -98,7 +102,7 @@ void applyStereo(const Sample* in, Sample* out, std::size_t count, const float* 
 void applyAny(const Sample* in, Sample* out, std::size_t count, std::size_t channels,
               const float* gains) noexcept {
   for (std::size_t begin = 0; begin < count; begin += channels, ++gains) {
-    steady(in + begin, out + begin, smaller(channels, count - begin), *gains);
+    multiply(in + begin, out + begin, smaller(channels, count - begin), *gains);
   }
 }
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -34,6 +35,11 @@ std::vector<const Kernel*> findKernels() {
     kernels.push_back(&kAvx2Kernel);
   } else {
     std::cout << "This processor lacks AVX2 or FMA: the kernel avx2 is not tested.\n";
+  }
+  if (features.avx512f) {
+    kernels.push_back(&kAvx512Kernel);
+  } else {
+    std::cout << "This processor lacks AVX-512: the kernel avx512 is not tested.\n";
   }
 #endif
   return kernels;
@@ -129,6 +135,22 @@ class MonitorGainKernelTest : public testing::TestWithParam<const Kernel*> {
   static void expectGains(const Shape& shape, std::size_t offset = 0) {
     expectFormula(shape, std::vector<float>(shape.count, 1.0F), offset);
   }
+
+  // One buffer at a steady gain, of a list of `total` samples.
+  static void expectSteady(const std::vector<float>& inputs, std::size_t total, float gain,
+                           std::size_t offset) {
+    const std::size_t count = inputs.size();
+    Misplaced in(count, offset);
+    Misplaced out(count, offset * 5 % 64);
+    std::copy(inputs.begin(), inputs.end(), in.data());
+    kernel().steady({count, total, gain}, in.data(), out.data());
+    for (std::size_t sample = 0; sample < count; ++sample) {
+      const float expected = inputs[sample] * gain;
+      const float actual = out.data()[sample];
+      ASSERT_TRUE(sameBits(actual, expected)) << count << " samples of " << total << ", sample " << sample;
+    }
+    ASSERT_TRUE(out.guardsAreWhole(count)) << count << " samples of " << total;
+  }
 };
 
 // Gains as they come: round ones, any, and the ones that are hard to round.
@@ -205,20 +227,40 @@ TEST_P(MonitorGainKernelTest, BuffersRenderedTogetherEachGiveTheFormula) {
   }
 }
 
-TEST_P(MonitorGainKernelTest, SteadyGainGivesTheFormulaForSamplesOfAnyBits) {
+TEST_P(MonitorGainKernelTest, SteadyGainGivesTheProductForSamplesOfAnyBits) {
   Gains random;
   for (std::size_t count = 0; count <= 300; ++count) {
+    std::vector<float> inputs(count);
+    for (float& input : inputs) input = random.anyBits();
     const float gain = random.next();
-    Misplaced in(count, count % 32);
-    Misplaced out(count, count * 5 % 32);
-    for (std::size_t sample = 0; sample < count; ++sample) in.data()[sample] = random.anyBits();
-    kernel().steady(in.data(), out.data(), count, gain);
-    for (std::size_t sample = 0; sample < count; ++sample) {
-      const float input = in.data()[sample];
-      const float actual = out.data()[sample];
-      ASSERT_TRUE(sameBits(actual, formula({count, 1, gain, gain}, sample, input))) << count << ' ' << sample;
+    // Alone, as one of two in the first-level cache, in the second-level cache and beyond.
+    for (const std::size_t total : {count, 2 * count, std::size_t{16'384}, std::size_t{100'000}}) {
+      expectSteady(inputs, total, gain, count % 64);
+      if (HasFatalFailure()) return;
     }
-    ASSERT_TRUE(out.guardsAreWhole(count)) << count;
+  }
+}
+
+// On both sides of every size at which a kernel may walk through its buffers in another way, at every place
+// in a cache line, also between samples.
+TEST_P(MonitorGainKernelTest, BuffersOfEveryLevelOfCacheGiveTheFormulaAtEveryPlace) {
+  Gains random;
+  std::size_t offset = 0;
+  for (const std::size_t size : {2048U, 4096U, 6144U, 8192U, 16'384U, 32'768U, 65'536U}) {
+    for (const std::size_t total : {size - 33, size - 2, size - 1, size, size + 1, size + 2, size + 31}) {
+      for (int place = 0; place < 3; ++place) {
+        offset = (offset + 23) % 64;
+        std::vector<float> inputs(total);
+        for (float& input : inputs) input = random.next() - 0.5F;
+        expectSteady(inputs, total, random.next(), offset);
+        expectFormula({total, 1 + random.below(3), random.next(), random.next()}, inputs, offset);
+        expectFormula({total, 2, random.next(), random.next()}, inputs, offset);
+        inputs.resize(total / 2);
+        expectSteady(inputs, total, random.next(), offset);
+        expectFormulaTogether({total / 2, 1, random.next(), random.next()}, {inputs, inputs}, offset);
+        if (HasFatalFailure()) return;
+      }
+    }
   }
 }
 
@@ -247,7 +289,7 @@ TEST_P(MonitorGainKernelTest, SubnormalGainsGiveTheFormula) {
 // From 0 to 1 the gain is the position itself.
 TEST_P(MonitorGainKernelTest, PositionsAreTheQuotientsOfADivision) {
   Gains random;
-  if (longRun() && std::string(kernel().name) == "avx2") {  // the others do divide
+  if (longRun() && std::string(kernel().name).starts_with("avx")) {  // the others do divide
     for (std::size_t frames = 1; frames <= 20'010; ++frames) {
       expectGains({frames, 1, 0.0F, 1.0F});
       if (HasFatalFailure()) return;
@@ -312,9 +354,10 @@ TEST(ExactFusedMultiplyAddTest, DoublesRoundedToOddAgreeWithTheLibrary) {
 
 TEST(FastestKernelTest, NeedsBothVectorsAndFusedMultiplyAddForTheFastRoad) {
 #if defined(__x86_64__)
-  EXPECT_STREQ(fastestKernel({.avx2 = true, .fma = true}).name, "avx2");
-  EXPECT_STREQ(fastestKernel({.avx2 = true, .fma = false}).name, "sse2");
-  EXPECT_STREQ(fastestKernel({.avx2 = false, .fma = true}).name, "sse2");
+  EXPECT_STREQ(fastestKernel({.avx2 = true, .fma = true, .avx512f = true}).name, "avx512");
+  EXPECT_STREQ(fastestKernel({.avx2 = true, .fma = true, .avx512f = false}).name, "avx2");
+  EXPECT_STREQ(fastestKernel({.avx2 = true, .fma = false, .avx512f = false}).name, "sse2");
+  EXPECT_STREQ(fastestKernel({.avx2 = false, .fma = true, .avx512f = false}).name, "sse2");
   EXPECT_STREQ(fastestKernel({}).name, "sse2");
 #else
   EXPECT_STREQ(fastestKernel({}).name, "portable");

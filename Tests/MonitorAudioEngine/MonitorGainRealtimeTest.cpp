@@ -46,7 +46,7 @@ class MonitorGainRealtimeTest : public testing::TestWithParam<const gain::Kernel
 
 TEST_P(MonitorGainRealtimeTest, RenderNeitherAllocatesNorLocksNorCallsTheSystem) {
   for (const std::uint32_t channels : {1U, 2U, 6U, 4096U}) {
-    for (const std::size_t samples : {1U, 511U, 1024U, 100'000U}) {
+    for (const std::size_t samples : {1U, 511U, 1024U, 8192U, 100'000U}) {
       std::vector<float> in(samples, 0.5F);
       std::vector<float> out(samples);
       BufferList input({bufferOf(channels, in)});
@@ -74,9 +74,15 @@ TEST_P(MonitorGainRealtimeTest, FailingRenderIsAsWellBehaved) {
   expectNothingCaught(input, none);
 }
 
+const gain::Kernel& fastestWithoutAvx512() {
+  gain::CpuFeatures features = gain::cpuFeatures();
+  features.avx512f = false;
+  return gain::fastestKernel(features);
+}
+
 INSTANTIATE_TEST_SUITE_P(Kernels, MonitorGainRealtimeTest,
                          testing::Values(&gain::kPortableKernel, &gain::fastestKernel({}),
-                                         &gain::fastestKernel(gain::cpuFeatures())),
+                                         &fastestWithoutAvx512(), &gain::fastestKernel(gain::cpuFeatures())),
                          [](const auto& info) { return std::to_string(info.index) + info.param->name; });
 
 }  // namespace
