@@ -127,8 +127,39 @@ MONITOR_GAIN_INLINE void steadySamples(const Sample* in, Sample* out, std::size_
   if (sample < count) V::multiplyFirst(in + sample, out + sample, count - sample, gains);
 }
 
+// Buffers of 4096 stereo frames and their outputs take 64 KB and just overflow a first-level cache of 48 KB.
+// Line by line of four quarters in turn they took less time than from end to end on AMD's family 26, a tenth
+// to a quarter in one buffer and a twentieth to an eighth in two, at each of eleven distances of the output
+// from the input. With two or eight parts, or with quarters that are not whole pages, it depended on the
+// distance.
+constexpr std::size_t kQuarteredSamples = 8192;
+constexpr std::size_t kQuarters = 4;
+
+[[maybe_unused]] MONITOR_GAIN_INLINE bool isQuartered(const Sample* out, std::size_t count,
+                                                      std::size_t total) noexcept {
+  constexpr std::size_t kPageSamples = 1024;
+  constexpr std::size_t kLineBytes = kLineSamples * sizeof(float);
+  return total == kQuarteredSamples && count % (kQuarters * kPageSamples) == 0 &&
+         reinterpret_cast<std::uintptr_t>(out) % kLineBytes == 0;
+}
+
+template <class V>
+MONITOR_GAIN_INLINE void steadyQuarters(const Sample* in, Sample* out, std::size_t count,
+                                        float gain) noexcept {
+  const auto gains = V::broadcast(gain);
+  const std::size_t quarter = count / kQuarters;
+  for (std::size_t sample = 0; sample < quarter; sample += kLineSamples) {
+    multiplyLine<V>(in + sample, out + sample, gains);
+    multiplyLine<V>(in + sample + quarter, out + sample + quarter, gains);
+    multiplyLine<V>(in + sample + 2 * quarter, out + sample + 2 * quarter, gains);
+    multiplyLine<V>(in + sample + 3 * quarter, out + sample + 3 * quarter, gains);
+  }
+}
+
 template <class V>
 MONITOR_GAIN_INLINE void steadyBuffer(const Steady& steady, const Sample* in, Sample* out) noexcept {
+  if (isQuartered(out, steady.count, steady.total))
+    return steadyQuarters<V>(in, out, steady.count, steady.gain);
   if (isPaced<V>(steady.total)) return steadySamples<V, true>(in, out, steady.count, steady.gain);
   steadySamples<V, false>(in, out, steady.count, steady.gain);
 }
@@ -310,6 +341,30 @@ MONITOR_GAIN_INLINE std::size_t rampBuffer(const Line<V, kLong>& line, const Sam
   return sample;
 }
 
+// A whole buffer of two channels, or one of two buffers of one channel, in four quarters.
+template <class V, std::size_t kChannels>
+MONITOR_GAIN_INLINE void rampQuarters(const Line<V, false>& line, const Sample* in, Sample* out) noexcept {
+  constexpr std::size_t kQuarter = kQuarteredSamples / (2 / kChannels) / kQuarters;
+  constexpr std::size_t kFrames = kQuarter / kChannels;
+  const auto order = frameOrder<V, kChannels>();
+  FrameNumbers<V, false> numbers[kQuarters] = {
+      numbersFrom<V, false>(0, order), numbersFrom<V, false>(kFrames, order),
+      numbersFrom<V, false>(2 * kFrames, order), numbersFrom<V, false>(3 * kFrames, order)};
+  for (std::size_t sample = 0; sample < kQuarter; sample += kChannels * V::kLanes) {
+    typename V::Floats gains[kQuarters];
+    for (std::size_t part = 0; part < kQuarters; ++part) {
+      gains[part] = line.gains(numbers[part]);
+      numbers[part].advance(V::kLanes);
+      const std::size_t at = sample + part * kQuarter;
+      multiply<V>(in + at, out + at, kChannels == 2 ? V::unpackLow(gains[part]) : gains[part]);
+    }
+    for (std::size_t part = 0; kChannels == 2 && part < kQuarters; ++part) {
+      const std::size_t at = sample + part * kQuarter + V::kLanes;
+      multiply<V>(in + at, out + at, V::unpackHigh(gains[part]));
+    }
+  }
+}
+
 // Two buffers of one channel. Returns how many samples of each are done.
 template <class V, bool kLong, bool kPaced>
 MONITOR_GAIN_INLINE std::size_t rampTwoMono(const Line<V, kLong>& line, const Sample* const* in,
@@ -385,12 +440,31 @@ MONITOR_GAIN_INLINE void rampOf(Ramp ramp, std::uint32_t wholeFrames, const Samp
   }
 }
 
+// Whether the buffers are of a shape for quarters, and then they are done. Only with vectors of a line: with
+// less the arithmetic takes longer than the lines.
+template <class V>
+MONITOR_GAIN_INLINE bool rampInQuarters(Ramp ramp, std::uint32_t frames, const Sample* const* in,
+                                        Sample* const* out, std::size_t buffers) noexcept {
+  if (V::kLanes != kLineSamples || ramp.channels * buffers != 2) return false;
+  for (std::size_t buffer = 0; buffer < buffers; ++buffer) {
+    if (!isQuartered(out[buffer], ramp.count, ramp.count * buffers)) return false;
+  }
+  if (buffers == 1) {
+    rampQuarters<V, 2>({ramp, frames}, in[0], out[0]);
+  } else {
+    rampQuarters<V, 1>({ramp, frames}, in[0], out[0]);
+    rampQuarters<V, 1>({ramp, frames}, in[1], out[1]);
+  }
+  return true;
+}
+
 template <class V>
 MONITOR_GAIN_INLINE void rampBuffers(const Ramp& ramp, const Sample* const* in, Sample* const* out,
                                      std::size_t buffers) noexcept {
   // In 32 bits, which hold every count of samples: the wider division takes as long as a dozen vectors.
   const std::uint32_t frames =
       static_cast<std::uint32_t>(ramp.count) / static_cast<std::uint32_t>(ramp.channels);
+  if (rampInQuarters<V>(ramp, frames, in, out, buffers)) return;
   if (frames > kShortRampFrames) return rampOf<V, true, false>(ramp, frames, in, out, buffers);
   if (isPaced<V>(ramp.count * buffers)) return rampOf<V, false, true>(ramp, frames, in, out, buffers);
   rampOf<V, false, false>(ramp, frames, in, out, buffers);
