@@ -221,6 +221,10 @@ void fillRow(AppUsage& row, App& app, std::span<Index> members, std::vector<Proc
 }  // namespace
 
 std::vector<AppUsage> group(std::vector<ProcessSample> processes) {
+  return groupAndClear(processes);
+}
+
+std::vector<AppUsage> groupAndClear(std::vector<ProcessSample>& processes) {
   Sorting sorting(processes);
   const Order order(sorting.apps());
   std::vector<AppUsage> rows;
@@ -229,6 +233,7 @@ std::vector<AppUsage> group(std::vector<ProcessSample> processes) {
     const Index app = order[place];
     fillRow(rows.emplace_back(), sorting.apps()[app], sorting.members(app), processes);
   }
+  processes.clear();
   return rows;
 }
 

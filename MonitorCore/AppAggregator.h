@@ -16,6 +16,8 @@ namespace monitor::AppAggregator {
 // Rows come by CPU use, most first (absent below 0), then by id; members by pid. Time grows with the number
 // of processes and not with how deep they nest. Pure; any thread.
 [[nodiscard]] std::vector<AppUsage> group(std::vector<ProcessSample> processes);
+// The same for a caller that takes samples again and again: it leaves `processes` empty and keeps its memory.
+[[nodiscard]] std::vector<AppUsage> groupAndClear(std::vector<ProcessSample>& processes);
 
 // The processes of all rows, by pid: what the sample was made of.
 [[nodiscard]] std::vector<ProcessSample> processesOf(const std::vector<AppUsage>& apps);

@@ -2,6 +2,7 @@
 #include "MonitorMac/NativeMonitorCollector.h"
 
 #include <cmath>
+#include <cstddef>
 #include <string_view>
 #include <utility>
 
@@ -56,6 +57,7 @@ void NativeMonitorCollector::forgetRates() {
   network_ = {};
   diskIO_ = {};
   processRates_.clear();
+  order_.clear();
   lastInterfaces_ = -std::numeric_limits<double>::infinity();
   lastAccessories_ = -std::numeric_limits<double>::infinity();
 }
@@ -75,7 +77,7 @@ MonitorSnapshot NativeMonitorCollector::sample(bool includeProjects) {
   readNetwork(snapshot);
   readStorage(snapshot);
   readBattery(snapshot);
-  Listing listing = readProcesses(snapshot.uptime, includeProjects);
+  readProcesses(snapshot.uptime, includeProjects);
   // At least 30 s here, more than 30 s for the interfaces: the two are meant to differ.
   if (snapshot.uptime - lastAccessories_ >= kRefreshInterval) {
     refreshAccessories();
@@ -83,9 +85,9 @@ MonitorSnapshot NativeMonitorCollector::sample(bool includeProjects) {
   }
   previousUptime_ = snapshot.uptime;
   snapshot.interval = elapsed > 0.0 && elapsed <= kLongestGap ? elapsed : 0.0;
-  snapshot.apps = AppAggregator::group(std::move(listing.processes));
+  snapshot.apps = AppAggregator::groupAndClear(listing_.processes);
   snapshot.accessories = accessoryReadings_;
-  snapshot.restrictedProcessCount = listing.restricted;
+  snapshot.restrictedProcessCount = listing_.restricted;
   return snapshot;
 }
 
@@ -209,24 +211,49 @@ void NativeMonitorCollector::refreshAccessories() {
   }
 }
 
-NativeMonitorCollector::Listing NativeMonitorCollector::readProcesses(double uptime, bool includeProjects) {
+void NativeMonitorCollector::readProcesses(double uptime, bool includeProjects) {
   ++pass_;
-  seen_ = 0;
   const Pass pass{uptime, ports_.system.userIdentifier(), ports_.processes.cpuTimeUnitNanoseconds(),
                   includeProjects};
   const std::vector<std::int32_t> pids = ports_.processes.allPids();
-  Listing listing;
-  listing.processes.reserve(pids.size());
+  lastOrder_.swap(order_);
+  order_.clear();
+  next_ = 0;
+  listing_.processes.clear();
+  listing_.restricted = 0;
+  listing_.processes.reserve(pids.size());
   for (const std::int32_t pid : pids) {
-    if (pid > 0) readProcess(pid, pass, listing);
+    if (pid > 0) readProcess(pid, pass, listing_);
   }
   forgetEndedProcesses();
   if (identities_.size() > kMostIdentities) identities_.clear();
-  return listing;
+}
+
+// Processes mostly come in the order of the last pass. Following that order spares the search, and what the
+// next ones need is on its way from memory in good time: after a second of other programs none of it is in a
+// cache.
+NativeMonitorCollector::Known& NativeMonitorCollector::remembered(const ProcessKey& key) {
+  constexpr std::size_t kAhead = 6;
+  if (next_ + kAhead < lastOrder_.size()) prefetch(*lastOrder_[next_ + kAhead]);
+  if (next_ < lastOrder_.size() && lastOrder_[next_]->key == key) return *lastOrder_[next_++];
+  const auto [entry, isNew] = processRates_.try_emplace(key);
+  Known& known = entry->second;
+  if (isNew) {
+    known.key = key;
+  } else {
+    next_ = known.place + 1;  // some ended, or the order is another one
+  }
+  return known;
+}
+
+void NativeMonitorCollector::prefetch(const Known& known) {
+  constexpr std::size_t kCacheLine = 64;
+  const char* begin = reinterpret_cast<const char*>(&known);
+  for (std::size_t line = 0; line < sizeof known; line += kCacheLine) __builtin_prefetch(begin + line);
 }
 
 void NativeMonitorCollector::forgetEndedProcesses() {
-  if (seen_ == processRates_.size()) return;
+  if (order_.size() == processRates_.size()) return;
   std::erase_if(processRates_, [this](const auto& entry) { return entry.second.pass != pass_; });
 }
 
@@ -238,9 +265,12 @@ void NativeMonitorCollector::readProcess(std::int32_t pid, const Pass& pass, Lis
     ++listing.restricted;
     return;
   }
-  Known& known = processRates_[info->key];
+  Known& known = remembered(info->key);
   if (known.pass == 0 || ports_.processes.mayHaveNewIdentity(pid)) identify(pid, known);
-  if (std::exchange(known.pass, pass_) != pass_) ++seen_;
+  if (std::exchange(known.pass, pass_) != pass_) {
+    known.place = order_.size();
+    order_.push_back(&known);
+  }
 
   ProcessSample& sample = listing.processes.emplace_back();
   sample.key = info->key;

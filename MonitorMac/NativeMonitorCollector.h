@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <memory_resource>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -71,10 +72,12 @@ class NativeMonitorCollector {
   };
   // What is remembered of a process as long as every pass sees it.
   struct Known {
+    ProcessKey key;
     CounterRate cpu;
     CounterRate diskRead;
     CounterRate diskWrite;
     std::uint64_t pass = 0;  // the last pass that saw the process; 0 for none
+    std::size_t place = 0;   // in that pass's order
     std::string executable;
     Identity identity;
   };
@@ -98,9 +101,11 @@ class NativeMonitorCollector {
   void readNetwork(MonitorSnapshot& snapshot);
   void readStorage(MonitorSnapshot& snapshot);
   void readBattery(MonitorSnapshot& snapshot);
-  [[nodiscard]] Listing readProcesses(double uptime, bool includeProjects);
+  void readProcesses(double uptime, bool includeProjects);
   // Appends the process to the listing, or counts it there, or neither.
   void readProcess(std::int32_t pid, const Pass& pass, Listing& listing);
+  [[nodiscard]] Known& remembered(const ProcessKey& key);
+  static void prefetch(const Known& known);
   void forgetEndedProcesses();
   void identify(std::int32_t pid, Known& known);
   [[nodiscard]] const Identity& identity(std::int32_t pid, const std::string& executable);
@@ -112,14 +117,18 @@ class NativeMonitorCollector {
   std::optional<double> previousUptime_;
   InterfaceRates network_;
   InterfaceRates diskIO_;
-  std::unordered_map<ProcessKey, Known> processRates_;
+  std::pmr::unsynchronized_pool_resource nodes_;  // side by side, for speed
+  std::pmr::unordered_map<ProcessKey, Known> processRates_{&nodes_};
+  std::vector<Known*> order_;      // of `processRates_`, each once, as the last pass met them
+  std::vector<Known*> lastOrder_;  // as the one before did, while a pass lasts
+  std::size_t next_ = 0;           // in `lastOrder_`
   std::unordered_map<std::string, Identity> identities_;
   std::set<std::string> physicalInterfaces_;
   double lastInterfaces_ = -std::numeric_limits<double>::infinity();
   std::vector<AccessoryBattery> accessoryReadings_;
   double lastAccessories_ = -std::numeric_limits<double>::infinity();
+  Listing listing_;
   std::uint64_t pass_ = 0;
-  std::size_t seen_ = 0;  // processes of this pass that are in `processRates_`
 };
 
 }  // namespace monitor

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -26,7 +27,8 @@ struct FakeProcessTable final : ProcessTable {
   std::map<std::int32_t, Process> processes;
   double cpuTimeUnit = 1.0;
   bool identitiesMayChange = true;
-  std::atomic<int> recordReads = 0;  // routers read on several threads
+  std::function<void(std::vector<std::int32_t>&)> arrange;  // changes the list of pids before it is given
+  std::atomic<int> recordReads = 0;                         // routers read on several threads
   std::atomic<int> executableReads = 0;
 
   // Starts (or replaces) a process; the reference stays good until the process ends.
@@ -44,6 +46,7 @@ struct FakeProcessTable final : ProcessTable {
   std::vector<std::int32_t> allPids() override {
     std::vector<std::int32_t> pids;
     for (const auto& [pid, process] : processes) pids.push_back(pid);
+    if (arrange) arrange(pids);
     return pids;
   }
   std::optional<ProcessRecord> record(std::int32_t pid) override {

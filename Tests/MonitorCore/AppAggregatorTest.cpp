@@ -305,6 +305,16 @@ TEST(AppAggregatorTest, EveryProcessIsInExactlyOneRow) {
   }
 }
 
+TEST(AppAggregatorTest, GroupAndClearGivesTheSameRowsAndKeepsTheMemory) {
+  testing::Chance chance(8);
+  auto processes = testing::anyProcesses(chance, 60);
+  const auto rows = AppAggregator::group(processes);
+  const std::size_t room = processes.capacity();
+  EXPECT_EQ(testing::describe(AppAggregator::groupAndClear(processes)), testing::describe(rows));
+  EXPECT_TRUE(processes.empty());
+  EXPECT_EQ(processes.capacity(), room);
+}
+
 TEST(AppAggregatorTest, ChainOfTenThousandIsGroupedWithinASecond) {
   const auto chain = testing::processChain(10'000);
   std::vector<AppUsage> rows;

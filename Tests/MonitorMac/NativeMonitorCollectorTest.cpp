@@ -3,10 +3,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <limits>
+#include <map>
 #include <memory>
+#include <random>
+#include <vector>
 
+#include "MonitorCore/AppAggregator.h"
 #include "Tests/Fakes/FakeApplicationBundles.h"
 #include "Tests/Fakes/FakeHost.h"
 #include "Tests/Fakes/FakeProcessTable.h"
@@ -348,6 +354,46 @@ TEST_F(NativeMonitorCollectorTest, ProcessThatWasAwayForAPassLosesItsHistory) {
   processes.processes[812] = kept;
   EXPECT_FALSE(sampleAfter(1.0).apps.at(0).processes.at(0).cpu);
   EXPECT_TRUE(sampleAfter(1.0).apps.at(0).processes.at(0).cpu);
+}
+
+TEST_F(NativeMonitorCollectorTest, RatesAreTheProcessesOwnInWhateverOrderTheyCome) {
+  constexpr std::int32_t kPids = 24;
+  constexpr int kPasses = 400;
+  std::mt19937 random(20);
+  const auto below = [&random](std::uint32_t end) { return static_cast<std::uint32_t>(random() % end); };
+  processes.arrange = [&below](std::vector<std::int32_t>& pids) {
+    const std::uint32_t way = below(4);
+    if (way == 0) std::reverse(pids.begin(), pids.end());
+    if (way == 1)
+      std::rotate(pids.begin(), pids.begin() + static_cast<std::ptrdiff_t>(pids.size() / 2), pids.end());
+    if (way == 2) {
+      const std::vector<std::int32_t> once = pids;
+      pids.insert(pids.end(), once.begin(), once.end());
+    }
+  };
+  std::map<std::int32_t, std::uint64_t> before;  // of those that the last pass saw
+  for (int pass = 0; pass < kPasses; ++pass) {
+    for (std::int32_t pid = 1; pid <= kPids; ++pid) {
+      if (!processes.processes.contains(pid)) {
+        if (below(4) == 0) addProcess(pid);
+      } else if (below(6) == 0) {
+        processes.end(pid);
+      }
+    }
+    for (auto& [pid, process] : processes.processes) process.usage->cpuTime += below(1'000) * 1'000'000ULL;
+    const auto rows = AppAggregator::processesOf(sampleAfter(1.0).apps);
+    std::map<std::int32_t, std::uint64_t> seen;
+    for (const ProcessSample& row : rows) {
+      const std::uint64_t total = processes.processes.at(row.key.pid).usage->cpuTime;
+      if (!seen.emplace(row.key.pid, total).second) continue;  // listed twice: the first one is rated
+      const auto earlier = before.find(row.key.pid);
+      ASSERT_EQ(row.cpu.has_value(), earlier != before.end()) << "pass " << pass;
+      if (!row.cpu) continue;
+      ASSERT_DOUBLE_EQ(*row.cpu, static_cast<double>(total - earlier->second) / 1e7) << "pass " << pass;
+    }
+    ASSERT_EQ(seen.size(), processes.processes.size()) << "pass " << pass;
+    before = std::move(seen);
+  }
 }
 
 TEST_F(NativeMonitorCollectorTest, NameComesFromTheBundleThenTheFile) {

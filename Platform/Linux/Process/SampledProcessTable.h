@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <memory_resource>
 #include <optional>
 #include <span>
 #include <string>
@@ -129,7 +130,8 @@ class SampledProcessTable final : public ProcessTable {
   ProcfsProcessTable plain_;
   ProcFolder proc_;
   ListeningPorts ports_;
-  std::unordered_map<std::int32_t, Process> processes_;
+  std::pmr::unsynchronized_pool_resource nodes_;  // side by side, for speed
+  std::pmr::unordered_map<std::int32_t, Process> processes_{&nodes_};
   std::vector<std::int32_t> pids_;   // ascending
   std::vector<std::int32_t> ended_;  // since the last pass began
   // As loadavg said in the last pass and in the one before. A process has its pid a little before it can be
