@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Platform/Linux/Host/HostFiles.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <memory>
 #include <system_error>
 
 namespace monitor::platform {
@@ -28,6 +30,10 @@ class Descriptor {
   int fd_;
 };
 
+struct CloseFolder {
+  void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
 constexpr std::string_view kBlanks = " \t\r\n";
 
 std::string_view trimmed(std::string_view text) {
@@ -42,7 +48,7 @@ std::optional<std::string> HostFiles::text(const std::filesystem::path& path) co
   const Descriptor file(::open((root_ / path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (file.get() < 0) return std::nullopt;
   std::string content;
-  std::array<char, 16'384> chunk{};
+  std::array<char, 16'384> chunk;
   while (true) {
     const ssize_t count = ::read(file.get(), chunk.data(), chunk.size());
     if (count < 0 && errno == EINTR) continue;
@@ -71,10 +77,11 @@ std::optional<double> HostFiles::number(const std::filesystem::path& path) const
 
 std::vector<std::string> HostFiles::names(const std::filesystem::path& folder) const {
   std::vector<std::string> list;
-  std::error_code error;
-  for (std::filesystem::directory_iterator entry(root_ / folder, error), end; !error && entry != end;
-       entry.increment(error)) {
-    list.push_back(entry->path().filename().string());
+  const std::unique_ptr<DIR, CloseFolder> open(::opendir((root_ / folder).c_str()));
+  if (open == nullptr) return list;
+  while (const dirent* entry = ::readdir(open.get())) {
+    const std::string_view name(entry->d_name);
+    if (name != "." && name != "..") list.emplace_back(name);
   }
   std::sort(list.begin(), list.end());
   return list;

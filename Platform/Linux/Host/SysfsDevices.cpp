@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Platform/Linux/Host/SysfsDevices.h"
 
+#include <string_view>
+
 namespace monitor::platform {
 namespace {
 
@@ -21,6 +23,13 @@ std::vector<std::string> ownBatteries(const HostFiles& files) {
     if (isBattery(files, folder) && !isOfDevice(files, folder)) folders.push_back(folder);
   }
   return folders;
+}
+
+// Drives that never have a device behind them, told by the names that the kernel gives: there are many of
+// them, and looking for each one's device takes longer than all the rest.
+bool isVirtualDrive(std::string_view name) {
+  return name.starts_with("loop") || name.starts_with("ram") || name.starts_with("zram") ||
+         name.starts_with("dm-");
 }
 
 // What a battery holds and how fast that goes, in watt-hours and watts where it can be told, else in its own
@@ -104,6 +113,7 @@ std::vector<StorageCounter> SysfsBlockStorage::counters() {
   constexpr std::uint64_t kSector = 512;
   std::vector<StorageCounter> list;
   for (const std::string& name : files_.names("sys/block")) {
+    if (isVirtualDrive(name)) continue;
     const std::string folder = "sys/block/" + name;
     if (!files_.exists(folder + "/device") || files_.line(folder + "/hidden") == "1") continue;
     const auto statistics = files_.line(folder + "/stat");
