@@ -20,6 +20,7 @@
 #include "Benchmarks/TerminalPeer.h"
 #include "MonitorMac/NativeMonitorCollector.h"
 #include "Platform/Linux/Base/Clocks.h"
+#include "Platform/Linux/Base/FreedMemory.h"
 #include "Platform/Linux/Base/LinuxSystemInformation.h"
 #include "Platform/Linux/Host/NetlinkInterfaces.h"
 #include "Platform/Linux/Host/ProcfsHostStatistics.h"
@@ -54,9 +55,10 @@ double cpuSecondsOf(Function&& work) {
   return cpuNow() - begin;
 }
 
-// The collector over this machine.
+// The collector over this machine, as a program has it that samples again and again.
 class Sampler {
  public:
+  Sampler() { platform::keepFreedMemory(); }
   // Seconds of one sample.
   double operator()(bool projects = false) {
     return cpuSecondsOf([&] { apps_ += collector_.sample(projects).apps.size(); });

@@ -10,6 +10,7 @@
 #else
 #include "Platform/Linux/Audio/AudioHardwareProvider.h"
 #include "Platform/Linux/Base/Clocks.h"
+#include "Platform/Linux/Base/FreedMemory.h"
 #include "Platform/Linux/Base/LinuxSystemInformation.h"
 #include "Platform/Linux/Host/HostAdapters.h"
 #include "Platform/Linux/Host/IcuTextOrder.h"
@@ -31,6 +32,7 @@ std::unique_ptr<WallClock> wallClock() {
 std::shared_ptr<ProcessTable> sampledProcesses() {
   return platform::makeProcessTable();
 }
+void prepareSampling() {}
 #else
 constexpr const SourceTexts& kSourceTexts = kLinuxSourceTexts;
 std::unique_ptr<Clock> uptimeClock() {
@@ -41,6 +43,9 @@ std::unique_ptr<WallClock> wallClock() {
 }
 std::shared_ptr<ProcessTable> sampledProcesses() {
   return platform::makeSampledProcessTable();
+}
+void prepareSampling() {
+  platform::keepFreedMemory();
 }
 #endif
 
@@ -67,7 +72,9 @@ struct PlatformMonitor::Ports {
   std::unique_ptr<AdvancedReadings> advanced;
 };
 
-PlatformMonitor::PlatformMonitor() : ports_(std::make_unique<Ports>()) {}
+PlatformMonitor::PlatformMonitor() : ports_(std::make_unique<Ports>()) {
+  prepareSampling();
+}
 PlatformMonitor::~PlatformMonitor() = default;
 
 NativeMonitorCollector& PlatformMonitor::collector() {
