@@ -13,11 +13,11 @@
 using monitor::gain::Kernel;
 using monitor::gain::Ramp;
 using monitor::gain::Sample;
-using monitor::gain::Steady;
 
 struct MonitorGainState {
   std::atomic<float> target{1.0F};
   float current = 1.0F;  // render thread only
+  bool fromEnd = false;  // render thread only: the direction of the last render
   std::atomic<std::uint8_t> failed{0};
   std::atomic<std::uint64_t> frames{0};
   const Kernel* kernel = nullptr;  // chosen once, so that a render asks nobody
@@ -97,15 +97,6 @@ std::size_t countOf(const MonitorAudioBuffer& buffer) noexcept {
   return buffer.mDataByteSize / sizeof(float);
 }
 
-void renderSteady(const Kernel& kernel, Buffers inputs, Buffers outputs, float gain) noexcept {
-  std::size_t total = 0;
-  for (const MonitorAudioBuffer& output : outputs) total += countOf(output);
-  for (std::size_t index = 0; index < outputs.size(); ++index) {
-    const Steady steady{countOf(outputs[index]), total, gain};
-    kernel.steady(steady, samplesIn(inputs[index]), samplesOut(outputs[index]));
-  }
-}
-
 // Whether two outputs may be written in any order.
 bool mayGoTogether(const MonitorAudioBuffer& one, const MonitorAudioBuffer& other) noexcept {
   return one.mNumberChannels == other.mNumberChannels && one.mDataByteSize == other.mDataByteSize &&
@@ -124,10 +115,28 @@ std::size_t sizeOfGroup(Buffers outputs) noexcept {
   return size;
 }
 
-void rampGroup(const Kernel& kernel, Buffers inputs, Buffers outputs, float from, float to) noexcept {
-  const Ramp ramp{countOf(outputs[0]), outputs[0].mNumberChannels, from, to};
+void steadyGroup(const Kernel& kernel, Buffers inputs, Buffers outputs, float gain, bool fromEnd) noexcept {
+  for (std::size_t step = 0; step < outputs.size(); ++step) {
+    const std::size_t index = fromEnd ? outputs.size() - 1 - step : step;
+    kernel.steady({countOf(outputs[index]), gain, fromEnd}, samplesIn(inputs[index]),
+                  samplesOut(outputs[index]));
+  }
+}
+
+void renderSteady(const Kernel& kernel, Buffers inputs, Buffers outputs, float gain, bool fromEnd) noexcept {
+  while (!outputs.empty()) {
+    const std::size_t group = fromEnd ? sizeOfGroup(outputs) : outputs.size();
+    steadyGroup(kernel, inputs.first(group), outputs.first(group), gain, fromEnd);
+    inputs = inputs.subspan(group);
+    outputs = outputs.subspan(group);
+  }
+}
+
+void rampGroup(const Kernel& kernel, Buffers inputs, Buffers outputs, float from, float to,
+               bool fromEnd) noexcept {
+  const Ramp ramp{countOf(outputs[0]), outputs[0].mNumberChannels, from, to, fromEnd};
   if (ramp.channels > ramp.count) {
-    renderSteady(kernel, inputs, outputs, (to - from) + from);  // not even one frame: the position is 1
+    steadyGroup(kernel, inputs, outputs, (to - from) + from, false);  // not even one frame: the position is 1
     return;
   }
   const Sample* in[kMostBuffersTogether];
@@ -139,14 +148,23 @@ void rampGroup(const Kernel& kernel, Buffers inputs, Buffers outputs, float from
   kernel.ramp(ramp, in, out, outputs.size());
 }
 
-void renderRamp(const Kernel& kernel, Buffers inputs, Buffers outputs, float from, float to) noexcept {
+void renderRamp(const Kernel& kernel, Buffers inputs, Buffers outputs, float from, float to,
+                bool fromEnd) noexcept {
   while (!outputs.empty()) {
     // Portable code is also the one for shared memory, where one buffer comes strictly after the other.
     const std::size_t group = &kernel == &monitor::gain::kPortableKernel ? 1 : sizeOfGroup(outputs);
-    rampGroup(kernel, inputs.first(group), outputs.first(group), from, to);
+    rampGroup(kernel, inputs.first(group), outputs.first(group), from, to, fromEnd);
     inputs = inputs.subspan(group);
     outputs = outputs.subspan(group);
   }
+}
+
+// Whether the outputs and as many inputs are more than a first-level cache of 48 KB, a usual size, holds.
+bool overflowCache(Buffers outputs) noexcept {
+  constexpr std::size_t kCachedBytes = std::size_t{24} << 10U;
+  std::size_t bytes = 0;
+  for (const MonitorAudioBuffer& buffer : outputs) bytes += buffer.mDataByteSize;
+  return bytes > kCachedBytes;
 }
 
 void fail(MonitorGainState& state) noexcept {
@@ -201,17 +219,22 @@ void MonitorGainRender(MonitorGainState* state, const MonitorAudioBufferList* in
   // done; else each sample is about to be overwritten and zeroing it first would only cost time. Samples of
   // shared memory are rendered strictly in order, as each may be read again as input.
   const Kernel* kernel = state->kernel;
-  if (mayOverlap(inputs, outputs)) {
+  const bool shared = mayOverlap(inputs, outputs);
+  if (shared) {
     silence(outputs);
     kernel = &monitor::gain::kPortableKernel;
   } else {
     silenceRest(outputs);
   }
+  // Every other render goes from the end to the beginning: where the same buffers come again, as an audio
+  // server's few do, what the last render touched last is what the cache still holds of them. From the
+  // beginning each time, the cache would lose every line shortly before its turn.
+  state->fromEnd = !state->fromEnd && !shared && overflowCache(outputs);
   const float target = state->target.load(std::memory_order_relaxed);
   if (target == state->current) {
-    renderSteady(*kernel, inputs, outputs, target);  // fma(0, r, current) is current
+    renderSteady(*kernel, inputs, outputs, target, state->fromEnd);  // fma(0, r, current) is current
   } else {
-    renderRamp(*kernel, inputs, outputs, state->current, target);
+    renderRamp(*kernel, inputs, outputs, state->current, target, state->fromEnd);
   }
   state->current = target;
   state->frames.fetch_add(1, std::memory_order_relaxed);

@@ -17,19 +17,22 @@ struct Ramp {
   std::size_t channels = 1;  // interleaved in each buffer, 1 ≤ channels ≤ count
   float from = 1.0F;
   float to = 1.0F;
+  bool fromEnd = false;  // see Kernel
 };
 
 // One buffer at one gain.
 struct Steady {
   std::size_t count = 0;  // samples of the buffer
-  std::size_t total = 0;  // of all buffers of the list: what passes through the caches before it does again
   float gain = 1.0F;
+  bool fromEnd = false;  // see Kernel
 };
 
 // The arithmetic of a render for one kind of processor. Every kernel gives the same bits. Realtime: no kernel
 // allocates, locks or calls anything.
 //
-// Unless said otherwise no two of the memory ranges of a call overlap.
+// Unless said otherwise no two of the memory ranges of a call overlap. With `fromEnd` the samples are better
+// written from the last to the first, as the last ones are more likely to be in a cache; a kernel may ignore
+// that.
 struct Kernel {
   const char* name;
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -33,47 +34,24 @@ constexpr std::size_t kBlockFrames = 64;
 // / (F × 2^25) of itself to the middle between two floats: the rounding comes out as a division's would.
 constexpr std::size_t kShortRampFrames = std::size_t{1} << 20U;
 
-// Samples of all buffers together that come from the second-level cache and are gone again before the next
-// call; inputs and outputs take eight bytes for each. Up to the first count they stay in a first-level cache
-// of 48 KB; above the second, and with vectors of less than a line, nothing was gained.
-constexpr std::size_t kCachedSamples = 6144;
-constexpr std::size_t kPacedSamples = std::size_t{32} * 1024;
-
-template <class V>
-MONITOR_GAIN_INLINE bool isPaced(std::size_t samples) noexcept {
-  return V::kLanes == kLineSamples && samples > kCachedSamples && samples <= kPacedSamples;
-}
-
-// `sample` advanced by the kStep samples of a round of four cache lines; if paced, in a chain of dependent
-// additions. When lines come from the second-level cache, loads that run far ahead of them get into each
-// other's way: on AMD's family 26, where a copy takes 2.0 cycles for each line, a loop takes 2.6 at full
-// speed, and 2.3 when a round may begin every nine cycles. Eight or ten do not help. Elsewhere this was not
-// measured; where a line takes longer anyway it costs nothing.
-template <std::size_t kStep, bool kPaced>
-MONITOR_GAIN_INLINE std::size_t advanced(std::size_t sample) noexcept {
-  if constexpr (!kPaced) return sample + kStep;
-  constexpr std::size_t kAdditions = 9;
-  constexpr std::size_t kEach = kStep / kAdditions;
-  for (std::size_t addition = 1; addition < kAdditions; ++addition) {
-    sample += kEach;
-    asm("" : "+r"(sample));  // or the compiler would make them one
-  }
-  return sample + (kStep - (kAdditions - 1) * kEach);
-}
-
 // An address that stays in one register: where the compiler adds it up anew for each access, the loads of a
-// round no longer leave together, and half of what the pace gains is lost.
+// round no longer leave together.
 template <class At>
 MONITOR_GAIN_INLINE At kept(At address) noexcept {
   asm("" : "+r"(address));
   return address;
 }
 
-// A vector's worth; if paced, the compiler moves no access of what follows before its own.
-template <class V, bool kPaced = false>
+// The n-th of `count` steps of a walk.
+template <bool kFromEnd>
+constexpr std::size_t stepOf(std::size_t n, std::size_t count) noexcept {
+  return kFromEnd ? count - 1 - n : n;
+}
+
+// A vector's worth.
+template <class V>
 MONITOR_GAIN_INLINE void multiply(const Sample* in, Sample* out, typename V::Floats gains) noexcept {
   V::store(out, V::multiply(V::load(in), gains));
-  if constexpr (kPaced) asm("" : : : "memory");
 }
 
 // A cache line's worth.
@@ -101,10 +79,13 @@ MONITOR_GAIN_INLINE void multiplyUpTo(const Sample* in, Sample* out, std::size_t
   return static_cast<std::size_t>((~address + 1) % (kLineSamples * sizeof(float))) / sizeof(float);
 }
 
-template <class V, bool kPaced>
-MONITOR_GAIN_INLINE void steadySamples(const Sample* in, Sample* out, std::size_t count,
-                                       float gain) noexcept {
-  const auto gains = V::broadcast(gain);
+template <class V, bool kFromEnd>
+MONITOR_GAIN_INLINE void steadySamples(const Steady& steady, const Sample* in, Sample* out) noexcept {
+  // A round's lines, each before the next: beyond the first-level cache four loads and then four stores cost
+  // up to 40 % more. From the end rounds of two measured faster.
+  constexpr std::size_t kLines = kFromEnd ? 2 : 4;
+  const auto gains = V::broadcast(steady.gain);
+  const std::size_t count = steady.count;
   std::size_t sample = 0;
   if (const std::size_t head = samplesToNextLine(out); head != 0 && count >= kLineSamples) {
     // Vectors that straddle cache lines cost double: one line is written as it lies, and from the next
@@ -112,64 +93,41 @@ MONITOR_GAIN_INLINE void steadySamples(const Sample* in, Sample* out, std::size_
     multiplyLine<V>(in, out, gains);
     sample = head;
   }
-  // Four lines at a time but each before the next: beyond the first-level cache four loads and then four
-  // stores cost up to 40 % more.
-  while (sample + 4 * kLineSamples <= count) {
-    const Sample* from = kept(in + sample);
-    Sample* to = kept(out + sample);
-    multiplyLine<V>(from, to, gains);
-    multiplyLine<V>(from + kLineSamples, to + kLineSamples, gains);
-    multiplyLine<V>(from + 2 * kLineSamples, to + 2 * kLineSamples, gains);
-    multiplyLine<V>(from + 3 * kLineSamples, to + 3 * kLineSamples, gains);
-    sample = advanced<4 * kLineSamples, kPaced>(sample);
+  const std::size_t rounds = (count - sample) / (kLines * kLineSamples);
+  for (std::size_t round = 0; round < rounds; ++round) {
+    const std::size_t at = sample + stepOf<kFromEnd>(round, rounds) * kLines * kLineSamples;
+    const Sample* from = kept(in + at);
+    Sample* to = kept(out + at);
+    for (std::size_t line = 0; line < kLines; ++line) {
+      const std::size_t place = stepOf<kFromEnd>(line, kLines) * kLineSamples;
+      multiplyLine<V>(from + place, to + place, gains);
+    }
   }
+  sample += rounds * kLines * kLineSamples;
   for (; sample + V::kLanes <= count; sample += V::kLanes) multiply<V>(in + sample, out + sample, gains);
   if (sample < count) V::multiplyFirst(in + sample, out + sample, count - sample, gains);
 }
 
-// Buffers of 4096 stereo frames and their outputs take 64 KB and just overflow a first-level cache of 48 KB.
-// Line by line of four quarters in turn they took less time than from end to end on AMD's family 26, a tenth
-// to a quarter in one buffer and a twentieth to an eighth in two, at each of eleven distances of the output
-// from the input. With two or eight parts, or with quarters that are not whole pages, it depended on the
-// distance.
-constexpr std::size_t kQuarteredSamples = 8192;
-constexpr std::size_t kQuarters = 4;
-
-[[maybe_unused]] MONITOR_GAIN_INLINE bool isQuartered(const Sample* out, std::size_t count,
-                                                      std::size_t total) noexcept {
-  constexpr std::size_t kPageSamples = 1024;
-  constexpr std::size_t kLineBytes = kLineSamples * sizeof(float);
-  return total == kQuarteredSamples && count % (kQuarters * kPageSamples) == 0 &&
-         reinterpret_cast<std::uintptr_t>(out) % kLineBytes == 0;
-}
-
-template <class V>
-MONITOR_GAIN_INLINE void steadyQuarters(const Sample* in, Sample* out, std::size_t count,
-                                        float gain) noexcept {
-  const auto gains = V::broadcast(gain);
-  const std::size_t quarter = count / kQuarters;
-  for (std::size_t sample = 0; sample < quarter; sample += kLineSamples) {
-    multiplyLine<V>(in + sample, out + sample, gains);
-    multiplyLine<V>(in + sample + quarter, out + sample + quarter, gains);
-    multiplyLine<V>(in + sample + 2 * quarter, out + sample + 2 * quarter, gains);
-    multiplyLine<V>(in + sample + 3 * quarter, out + sample + 3 * quarter, gains);
-  }
-}
-
 template <class V>
 MONITOR_GAIN_INLINE void steadyBuffer(const Steady& steady, const Sample* in, Sample* out) noexcept {
-  if (isQuartered(out, steady.count, steady.total))
-    return steadyQuarters<V>(in, out, steady.count, steady.gain);
-  if (isPaced<V>(steady.total)) return steadySamples<V, true>(in, out, steady.count, steady.gain);
-  steadySamples<V, false>(in, out, steady.count, steady.gain);
+  if (steady.fromEnd) return steadySamples<V, true>(steady, in, out);
+  steadySamples<V, false>(steady, in, out);
 }
+
+// How the gain of a frame is had from its number k, for F frames and a difference d of the gains.
+enum class Position : std::uint8_t {
+  Slope,  // d / F × k: F is a power of two, as most buffers' is, and both the quotient and k / F are exact
+  Reciprocal,  // the quotient by multiplying, see above
+  Quotient,    // by dividing
+};
 
 // The numbers of a vector of frames, which need not be in order. Counted as floats while those are exact,
 // which saves a conversion per vector.
-template <class V, bool kLong>
+template <class V, Position kPosition>
 struct FrameNumbers {
   typename V::Floats numbers;
 
+  FrameNumbers() = default;
   MONITOR_GAIN_INLINE explicit FrameNumbers(typename V::Integers first) noexcept
       : numbers(V::toFloats(first)) {}
   MONITOR_GAIN_INLINE void advance(float frames) noexcept { numbers = V::add(numbers, V::broadcast(frames)); }
@@ -177,9 +135,10 @@ struct FrameNumbers {
 };
 
 template <class V>
-struct FrameNumbers<V, true> {
+struct FrameNumbers<V, Position::Quotient> {
   typename V::Integers numbers;  // at most 2^30 + 32: a buffer's size is a 32-bit count of bytes
 
+  FrameNumbers() = default;
   MONITOR_GAIN_INLINE explicit FrameNumbers(typename V::Integers first) noexcept : numbers(first) {}
   MONITOR_GAIN_INLINE void advance(float frames) noexcept {
     numbers = V::add(numbers, V::broadcast(static_cast<std::int32_t>(frames)));
@@ -189,7 +148,46 @@ struct FrameNumbers<V, true> {
   }
 };
 
-template <class V, bool kLong>
+// Whole frames of a buffer. Divisions are for the rest: one takes as long as a dozen vectors.
+[[maybe_unused]] MONITOR_GAIN_INLINE std::uint32_t wholeFrames(const Ramp& ramp) noexcept {
+  const auto samples = static_cast<std::uint32_t>(ramp.count);  // a buffer's size is a 32-bit count of bytes
+  if (ramp.channels == 1) return samples;
+  if (ramp.channels == 2) return samples / 2;
+  return samples / static_cast<std::uint32_t>(ramp.channels);
+}
+
+[[maybe_unused]] MONITOR_GAIN_INLINE float reciprocalOf(std::uint32_t frames) noexcept {
+  constexpr std::uint32_t kExponentOfOne = 127;
+  constexpr std::uint32_t kFractionBits = 23;
+  if (!std::has_single_bit(frames)) return 1.0F / static_cast<float>(frames);
+  const auto exponent = kExponentOfOne - static_cast<std::uint32_t>(std::countr_zero(frames));
+  return std::bit_cast<float>(exponent << kFractionBits);
+}
+
+// A ramp in scalars.
+struct Slope {
+  std::uint32_t wholeFrames;
+  float difference;
+  float from;
+  float frames;
+  float reciprocal;  // of the frames, rounded
+  float slope;       // difference × reciprocal
+
+  MONITOR_GAIN_INLINE explicit Slope(const Ramp& ramp) noexcept
+      : wholeFrames(gain::wholeFrames(ramp)),
+        difference(ramp.to - ramp.from),
+        from(ramp.from),
+        frames(static_cast<float>(wholeFrames)),
+        reciprocal(reciprocalOf(wholeFrames)),
+        slope(difference * reciprocal) {}
+
+  // Of a power of two the reciprocal is exact, and so is the product unless it is too small for a float.
+  [[nodiscard]] MONITOR_GAIN_INLINE bool isExact() const noexcept {
+    return std::has_single_bit(wholeFrames) && slope * frames == difference;
+  }
+};
+
+template <class V, Position kPosition>
 struct Line {
   using Floats = typename V::Floats;
   Floats difference;
@@ -197,31 +195,34 @@ struct Line {
   Floats frames;
   Floats reciprocal;
   Floats reciprocalRest;
+  Floats slope;
 
-  MONITOR_GAIN_INLINE Line(Ramp ramp, std::uint32_t wholeFrames) noexcept
-      : difference(V::broadcast(ramp.to - ramp.from)),
-        from(V::broadcast(ramp.from)),
-        frames(V::broadcast(static_cast<float>(wholeFrames))),
-        reciprocal(V::divide(V::broadcast(1.0F), frames)),
+  MONITOR_GAIN_INLINE explicit Line(const Slope& scalars) noexcept
+      : difference(V::broadcast(scalars.difference)),
+        from(V::broadcast(scalars.from)),
+        frames(V::broadcast(scalars.frames)),
+        reciprocal(V::broadcast(scalars.reciprocal)),
         reciprocalRest(
-            V::multiply(V::negatedMultiplyAdd(reciprocal, frames, V::broadcast(1.0F)), reciprocal)) {}
+            V::multiply(V::negatedMultiplyAdd(reciprocal, frames, V::broadcast(1.0F)), reciprocal)),
+        slope(V::broadcast(scalars.slope)) {}
 
-  [[nodiscard]] MONITOR_GAIN_INLINE Floats gains(const FrameNumbers<V, kLong>& some) const noexcept {
+  [[nodiscard]] MONITOR_GAIN_INLINE Floats gains(const FrameNumbers<V, kPosition>& some) const noexcept {
+    if constexpr (kPosition == Position::Slope) return V::multiplyAdd(slope, some.floats(), from);
     return V::multiplyAdd(difference, positions(some.floats()), from);
   }
 
  private:
   [[nodiscard]] MONITOR_GAIN_INLINE Floats positions(Floats numbers) const noexcept {
-    if constexpr (kLong) return V::divide(numbers, frames);
+    if constexpr (kPosition == Position::Quotient) return V::divide(numbers, frames);
     return V::multiplyAdd(numbers, reciprocal, V::multiply(numbers, reciprocalRest));
   }
 };
 
 // The numbers of the frames from the one of index `frame` on, in this order.
-template <class V, bool kLong>
-MONITOR_GAIN_INLINE FrameNumbers<V, kLong> numbersFrom(std::size_t frame,
-                                                       typename V::Integers order) noexcept {
-  return FrameNumbers<V, kLong>(V::add(V::broadcast(static_cast<std::int32_t>(frame)), order));
+template <class V, Position kPosition>
+MONITOR_GAIN_INLINE FrameNumbers<V, kPosition> numbersFrom(std::size_t frame,
+                                                           typename V::Integers order) noexcept {
+  return FrameNumbers<V, kPosition>(V::add(V::broadcast(static_cast<std::int32_t>(frame)), order));
 }
 
 template <class V>
@@ -258,11 +259,11 @@ MONITOR_GAIN_INLINE void applyFrames(const Sample* in, Sample* out, std::size_t 
 
 // Buffers of any shape and number, from `sample` on, where a frame begins. A function of its own, so that the
 // loops that leave their rests to it have the registers for themselves.
-template <class V, bool kLong>
-MONITOR_GAIN_VECTOR __attribute__((noinline)) void rampAny(Ramp ramp, Line<V, kLong> line,
+template <class V, Position kPosition>
+MONITOR_GAIN_VECTOR __attribute__((noinline)) void rampAny(Ramp ramp, Line<V, kPosition> line,
                                                            const Sample* const* in, Sample* const* out,
                                                            std::size_t buffers, std::size_t sample) noexcept {
-  FrameNumbers<V, kLong> numbers = numbersFrom<V, kLong>(sample / ramp.channels, V::inOrder());
+  FrameNumbers<V, kPosition> numbers = numbersFrom<V, kPosition>(sample / ramp.channels, V::inOrder());
   alignas(64) float gains[kBlockFrames];
   for (; sample < ramp.count; sample += kBlockFrames * ramp.channels) {
     const std::size_t room = ramp.count - sample;
@@ -292,182 +293,185 @@ MONITOR_GAIN_INLINE typename V::Integers frameOrder() noexcept {
 }
 
 // All samples of a vector of frames.
-template <class V, std::size_t kChannels, bool kPaced = false>
+template <class V, std::size_t kChannels, bool kFromEnd = false>
 MONITOR_GAIN_INLINE void multiplyFrames(const Sample* in, Sample* out, typename V::Floats gains) noexcept {
-  if constexpr (kChannels == 2) {
-    multiply<V, kPaced>(in, out, V::unpackLow(gains));
-    multiply<V, kPaced>(in + V::kLanes, out + V::kLanes, V::unpackHigh(gains));
+  if constexpr (kChannels == 1) {
+    multiply<V>(in, out, gains);
+  } else if constexpr (kFromEnd) {
+    multiply<V>(in + V::kLanes, out + V::kLanes, V::unpackHigh(gains));
+    multiply<V>(in, out, V::unpackLow(gains));
   } else {
-    multiply<V, kPaced>(in, out, gains);
+    multiply<V>(in, out, V::unpackLow(gains));
+    multiply<V>(in + V::kLanes, out + V::kLanes, V::unpackHigh(gains));
   }
 }
 
+// How many vectors of frames a round of a walk takes. Two are two chains of arithmetic side by side; from the
+// end one measured faster.
+template <bool kFromEnd>
+constexpr std::size_t vectorsOfRound() noexcept {
+  return kFromEnd ? 1 : 2;
+}
+
+// The gains of the frames of a round, for `rounds` rounds of a walk over the frames from the one of index
+// `frame` on.
+template <class V, Position kPosition, bool kFromEnd>
+class Walk {
+ public:
+  static constexpr std::size_t kVectors = vectorsOfRound<kFromEnd>();
+  static constexpr std::size_t kFrames = kVectors * V::kLanes;
+  struct Gains {
+    typename V::Floats vector[kVectors];
+  };
+
+  MONITOR_GAIN_INLINE Walk(const Line<V, kPosition>& line, std::size_t frame, std::size_t rounds,
+                           typename V::Integers order) noexcept
+      : line_(line) {
+    const std::size_t first = frame + (rounds > 0 ? stepOf<kFromEnd>(0, rounds) * kFrames : 0);
+    for (std::size_t vector = 0; vector < kVectors; ++vector)
+      numbers_[vector] = numbersFrom<V, kPosition>(first + vector * V::kLanes, order);
+  }
+  // Of the present round; the next one is then the present one.
+  [[nodiscard]] MONITOR_GAIN_INLINE Gains next() noexcept {
+    Gains gains;
+    for (std::size_t vector = 0; vector < kVectors; ++vector) {
+      gains.vector[vector] = line_.gains(numbers_[vector]);
+      numbers_[vector].advance(kFromEnd ? -static_cast<float>(kFrames) : static_cast<float>(kFrames));
+    }
+    return gains;
+  }
+
+ private:
+  const Line<V, kPosition>& line_;
+  FrameNumbers<V, kPosition> numbers_[kVectors];
+};
+
 // A buffer of one channel or two. Returns how many samples are done: all but less than a round.
-template <class V, bool kLong, std::size_t kChannels, bool kPaced>
-MONITOR_GAIN_INLINE std::size_t rampBuffer(const Line<V, kLong>& line, const Sample* in, Sample* out,
+template <class V, Position kPosition, std::size_t kChannels, bool kFromEnd>
+MONITOR_GAIN_INLINE std::size_t rampBuffer(const Line<V, kPosition>& line, const Sample* in, Sample* out,
                                            std::size_t count) noexcept {
   constexpr std::size_t kVector = kChannels * V::kLanes;
-  constexpr std::size_t kRound = 2 * kVector;
+  constexpr std::size_t kRound = vectorsOfRound<kFromEnd>() * kVector;
   const auto order = frameOrder<V, kChannels>();
-  std::size_t sample = 0;
+  std::size_t begin = 0;
   if (const std::size_t head = samplesToNextLine(out);
-      head != 0 && head % kChannels == 0 && count >= kRound) {
-    FrameNumbers<V, kLong> first(order);
+      head != 0 && head % kChannels == 0 && count >= 2 * kVector) {
+    FrameNumbers<V, kPosition> first(order);
     for (std::size_t part = 0; part < kLineSamples; part += kVector) {
       multiplyFrames<V, kChannels>(in + part, out + part, line.gains(first));
       first.advance(V::kLanes);
     }
-    sample = head;
+    begin = head;
   }
-  FrameNumbers<V, kLong> even = numbersFrom<V, kLong>(sample / kChannels, order);
-  FrameNumbers<V, kLong> odd = even;
-  odd.advance(V::kLanes);
-  while (sample + kRound <= count) {  // two chains of arithmetic side by side
-    if constexpr (kPaced) {           // counted from the paced number, so that the gains keep the pace too
-      even = numbersFrom<V, kLong>(sample / kChannels, order);
-      odd = even;
-      odd.advance(V::kLanes);
-    }
-    const auto evenGains = line.gains(even);
-    const auto oddGains = line.gains(odd);
-    even.advance(2 * V::kLanes);
-    odd.advance(2 * V::kLanes);
+  const std::size_t rounds = (count - begin) / kRound;
+  Walk<V, kPosition, kFromEnd> walk(line, begin / kChannels, rounds, order);
+  for (std::size_t round = 0; round < rounds; ++round) {
+    const auto gains = walk.next();
+    const std::size_t sample = begin + stepOf<kFromEnd>(round, rounds) * kRound;
     const Sample* from = kept(in + sample);
     Sample* to = kept(out + sample);
-    multiplyFrames<V, kChannels, kPaced>(from, to, evenGains);
-    multiplyFrames<V, kChannels, kPaced>(from + kVector, to + kVector, oddGains);
-    sample = advanced<kRound, kPaced>(sample);
-  }
-  return sample;
-}
-
-// A whole buffer of two channels, or one of two buffers of one channel, in four quarters.
-template <class V, std::size_t kChannels>
-MONITOR_GAIN_INLINE void rampQuarters(const Line<V, false>& line, const Sample* in, Sample* out) noexcept {
-  constexpr std::size_t kQuarter = kQuarteredSamples / (2 / kChannels) / kQuarters;
-  constexpr std::size_t kFrames = kQuarter / kChannels;
-  const auto order = frameOrder<V, kChannels>();
-  FrameNumbers<V, false> numbers[kQuarters] = {
-      numbersFrom<V, false>(0, order), numbersFrom<V, false>(kFrames, order),
-      numbersFrom<V, false>(2 * kFrames, order), numbersFrom<V, false>(3 * kFrames, order)};
-  for (std::size_t sample = 0; sample < kQuarter; sample += kChannels * V::kLanes) {
-    typename V::Floats gains[kQuarters];
-    for (std::size_t part = 0; part < kQuarters; ++part) {
-      gains[part] = line.gains(numbers[part]);
-      numbers[part].advance(V::kLanes);
-      const std::size_t at = sample + part * kQuarter;
-      multiply<V>(in + at, out + at, kChannels == 2 ? V::unpackLow(gains[part]) : gains[part]);
-    }
-    for (std::size_t part = 0; kChannels == 2 && part < kQuarters; ++part) {
-      const std::size_t at = sample + part * kQuarter + V::kLanes;
-      multiply<V>(in + at, out + at, V::unpackHigh(gains[part]));
+    for (std::size_t vector = 0; vector < walk.kVectors; ++vector) {
+      const std::size_t place = vector * kVector;
+      multiplyFrames<V, kChannels, kFromEnd>(from + place, to + place, gains.vector[vector]);
     }
   }
+  return begin + rounds * kRound;
 }
 
 // Two buffers of one channel. Returns how many samples of each are done.
-template <class V, bool kLong, bool kPaced>
-MONITOR_GAIN_INLINE std::size_t rampTwoMono(const Line<V, kLong>& line, const Sample* const* in,
+template <class V, Position kPosition, bool kFromEnd>
+MONITOR_GAIN_INLINE std::size_t rampTwoMono(const Line<V, kPosition>& line, const Sample* const* in,
                                             Sample* const* out, std::size_t count) noexcept {
+  constexpr std::size_t kRound = vectorsOfRound<kFromEnd>() * V::kLanes;
   const Sample* leftIn = in[0];
   const Sample* rightIn = in[1];
   Sample* leftOut = out[0];
   Sample* rightOut = out[1];
-  std::size_t sample = 0;
+  std::size_t begin = 0;
   if (const std::size_t head = samplesToNextLine(leftOut);
       head != 0 && head == samplesToNextLine(rightOut) && count >= kLineSamples) {
-    FrameNumbers<V, kLong> first(V::inOrder());
+    FrameNumbers<V, kPosition> first(V::inOrder());
     for (std::size_t part = 0; part < kLineSamples; part += V::kLanes) {
       const auto gains = line.gains(first);
       first.advance(V::kLanes);
       multiply<V>(leftIn + part, leftOut + part, gains);
       multiply<V>(rightIn + part, rightOut + part, gains);
     }
-    sample = head;
+    begin = head;
   }
-  FrameNumbers<V, kLong> even = numbersFrom<V, kLong>(sample, V::inOrder());
-  FrameNumbers<V, kLong> odd = even;
-  odd.advance(V::kLanes);
-  while (sample + 2 * V::kLanes <= count) {
-    const auto evenGains = line.gains(even);
-    const auto oddGains = line.gains(odd);
-    even.advance(2 * V::kLanes);
-    odd.advance(2 * V::kLanes);
+  const std::size_t rounds = (count - begin) / kRound;
+  Walk<V, kPosition, kFromEnd> walk(line, begin, rounds, V::inOrder());
+  for (std::size_t round = 0; round < rounds; ++round) {
+    const auto gains = walk.next();
+    const std::size_t sample = begin + stepOf<kFromEnd>(round, rounds) * kRound;
     const Sample* fromLeft = kept(leftIn + sample);
     const Sample* fromRight = kept(rightIn + sample);
     Sample* toLeft = kept(leftOut + sample);
     Sample* toRight = kept(rightOut + sample);
-    multiply<V, kPaced>(fromLeft, toLeft, evenGains);
-    multiply<V, kPaced>(fromRight, toRight, evenGains);
-    multiply<V, kPaced>(fromLeft + V::kLanes, toLeft + V::kLanes, oddGains);
-    multiply<V, kPaced>(fromRight + V::kLanes, toRight + V::kLanes, oddGains);
-    sample = advanced<2 * V::kLanes, kPaced>(sample);
+    for (std::size_t vector = 0; vector < walk.kVectors; ++vector) {
+      const std::size_t place = vector * V::kLanes;
+      multiply<V>(fromLeft + place, toLeft + place, gains.vector[vector]);
+      multiply<V>(fromRight + place, toRight + place, gains.vector[vector]);
+    }
   }
-  return sample;
+  return begin + rounds * kRound;
 }
+
+// Samples of all buffers together above which they take more than a second-level cache often has for them.
+constexpr std::size_t kFarSamples = std::size_t{32} * 1024;
 
 // Whether buffers of one channel are better taken one after the other, though the gains are then computed for
 // each. That is cheap with vectors of a line, and far memory is read faster in one stream than in two.
 template <class V>
 MONITOR_GAIN_INLINE bool goOneByOne(std::size_t count, std::size_t buffers) noexcept {
-  return buffers == 1 || (V::kLanes == kLineSamples && count * buffers > kPacedSamples);
+  return buffers == 1 || (V::kLanes == kLineSamples && count * buffers > kFarSamples);
 }
 
 // Its line is made anew: passed on by the loop before, it would have to lie in memory there.
-template <class V, bool kLong>
-MONITOR_GAIN_INLINE void rampRest(Ramp ramp, std::uint32_t wholeFrames, const Sample* const* in,
+template <class V, Position kPosition>
+MONITOR_GAIN_INLINE void rampRest(const Ramp& ramp, const Slope& slope, const Sample* const* in,
                                   Sample* const* out, std::size_t buffers, std::size_t done) noexcept {
-  if (done < ramp.count) rampAny<V, kLong>(ramp, {ramp, wholeFrames}, in, out, buffers, done);
+  constexpr Position kRest = kPosition == Position::Slope ? Position::Reciprocal : kPosition;
+  if (done < ramp.count) rampAny<V, kRest>(ramp, Line<V, kRest>(slope), in, out, buffers, done);
 }
 
-template <class V, bool kLong, bool kPaced>
-MONITOR_GAIN_INLINE void rampOf(Ramp ramp, std::uint32_t wholeFrames, const Sample* const* in,
+template <class V, Position kPosition, bool kFromEnd>
+MONITOR_GAIN_INLINE void rampOf(const Ramp& ramp, const Slope& slope, const Sample* const* in,
                                 Sample* const* out, std::size_t buffers) noexcept {
+  using Gains = Line<V, kPosition>;
   if (ramp.channels == 2 && buffers == 1) {
-    const std::size_t done = rampBuffer<V, kLong, 2, kPaced>({ramp, wholeFrames}, in[0], out[0], ramp.count);
-    rampRest<V, kLong>(ramp, wholeFrames, in, out, 1, done);
+    const std::size_t done = rampBuffer<V, kPosition, 2, kFromEnd>(Gains(slope), in[0], out[0], ramp.count);
+    rampRest<V, kPosition>(ramp, slope, in, out, 1, done);
   } else if (ramp.channels == 1 && goOneByOne<V>(ramp.count, buffers)) {
-    for (std::size_t buffer = 0; buffer < buffers; ++buffer) {
+    for (std::size_t step = 0; step < buffers; ++step) {
+      const std::size_t buffer = stepOf<kFromEnd>(step, buffers);
       const std::size_t done =
-          rampBuffer<V, kLong, 1, false>({ramp, wholeFrames}, in[buffer], out[buffer], ramp.count);
-      rampRest<V, kLong>(ramp, wholeFrames, in + buffer, out + buffer, 1, done);
+          rampBuffer<V, kPosition, 1, kFromEnd>(Gains(slope), in[buffer], out[buffer], ramp.count);
+      rampRest<V, kPosition>(ramp, slope, in + buffer, out + buffer, 1, done);
     }
   } else if (ramp.channels == 1 && buffers == 2) {
-    const std::size_t done = rampTwoMono<V, kLong, kPaced>({ramp, wholeFrames}, in, out, ramp.count);
-    rampRest<V, kLong>(ramp, wholeFrames, in, out, 2, done);
+    const std::size_t done = rampTwoMono<V, kPosition, kFromEnd>(Gains(slope), in, out, ramp.count);
+    rampRest<V, kPosition>(ramp, slope, in, out, 2, done);
   } else {
-    rampRest<V, kLong>(ramp, wholeFrames, in, out, buffers, 0);
+    rampRest<V, kPosition>(ramp, slope, in, out, buffers, 0);
   }
 }
 
-// Whether the buffers are of a shape for quarters, and then they are done. Only with vectors of a line: with
-// less the arithmetic takes longer than the lines.
-template <class V>
-MONITOR_GAIN_INLINE bool rampInQuarters(Ramp ramp, std::uint32_t frames, const Sample* const* in,
-                                        Sample* const* out, std::size_t buffers) noexcept {
-  if (V::kLanes != kLineSamples || ramp.channels * buffers != 2) return false;
-  for (std::size_t buffer = 0; buffer < buffers; ++buffer) {
-    if (!isQuartered(out[buffer], ramp.count, ramp.count * buffers)) return false;
-  }
-  if (buffers == 1) {
-    rampQuarters<V, 2>({ramp, frames}, in[0], out[0]);
-  } else {
-    rampQuarters<V, 1>({ramp, frames}, in[0], out[0]);
-    rampQuarters<V, 1>({ramp, frames}, in[1], out[1]);
-  }
-  return true;
+template <class V, Position kPosition>
+MONITOR_GAIN_INLINE void rampEitherWay(const Ramp& ramp, const Slope& slope, const Sample* const* in,
+                                       Sample* const* out, std::size_t buffers) noexcept {
+  if (ramp.fromEnd) return rampOf<V, kPosition, true>(ramp, slope, in, out, buffers);
+  rampOf<V, kPosition, false>(ramp, slope, in, out, buffers);
 }
 
 template <class V>
 MONITOR_GAIN_INLINE void rampBuffers(const Ramp& ramp, const Sample* const* in, Sample* const* out,
                                      std::size_t buffers) noexcept {
-  // In 32 bits, which hold every count of samples: the wider division takes as long as a dozen vectors.
-  const std::uint32_t frames =
-      static_cast<std::uint32_t>(ramp.count) / static_cast<std::uint32_t>(ramp.channels);
-  if (rampInQuarters<V>(ramp, frames, in, out, buffers)) return;
-  if (frames > kShortRampFrames) return rampOf<V, true, false>(ramp, frames, in, out, buffers);
-  if (isPaced<V>(ramp.count * buffers)) return rampOf<V, false, true>(ramp, frames, in, out, buffers);
-  rampOf<V, false, false>(ramp, frames, in, out, buffers);
+  const Slope slope(ramp);
+  if (slope.wholeFrames > kShortRampFrames)
+    return rampOf<V, Position::Quotient, false>(ramp, slope, in, out, buffers);
+  if (slope.isExact()) return rampEitherWay<V, Position::Slope>(ramp, slope, in, out, buffers);
+  rampEitherWay<V, Position::Reciprocal>(ramp, slope, in, out, buffers);
 }
 
 }  // namespace

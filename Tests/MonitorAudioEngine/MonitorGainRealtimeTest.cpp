@@ -26,12 +26,12 @@ class MonitorGainRealtimeTest : public testing::TestWithParam<const gain::Kernel
     for (const std::string& gap : test::realtimeTrapGaps()) std::cout << "realtime trap: " << gap << '\n';
   }
 
-  // A steady render, a ramp and a steady render again.
+  // Steady renders and ramps, of long buffers each in both directions.
   void expectNothingCaught(BufferList& input, BufferList& output) {
     const std::unique_ptr<MonitorGainState, void (*)(MonitorGainState*)> state(gain::createState(*GetParam()),
                                                                                MonitorGainDestroy);
     const auto violations = test::runUnderRealtimeTrap([&] {
-      for (const float target : {1.0F, 0.25F, 0.25F, 0.0F}) {
+      for (const float target : {1.0F, 1.0F, 0.25F, 0.25F, 0.0F, 0.5F}) {
         MonitorGainSet(state.get(), target);
         MonitorGainRender(state.get(), input.get(), output.get());
       }

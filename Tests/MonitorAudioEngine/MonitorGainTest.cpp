@@ -11,6 +11,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <span>
 #include <thread>
 #include <vector>
 
@@ -287,6 +288,52 @@ TEST_F(MonitorGainTest, OutputsThatShareMemoryAreWrittenOneAfterTheOther) {
   }
   EXPECT_EQ(out, expected);
   EXPECT_FALSE(failed());
+}
+
+// From this many samples on, every other render goes from the end to the beginning.
+TEST_F(MonitorGainTest, LongBuffersSoundTheSameInEveryRender) {
+  for (const std::size_t frames : {3071U, 3072U, 3073U, 4096U, 5000U, 40'000U}) {
+    std::vector<float> in(2 * frames);
+    for (std::size_t sample = 0; sample < in.size(); ++sample)
+      in[sample] = static_cast<float>(sample % 97) - 48.0F;
+    std::vector<float> out(in.size());
+    const auto left = [frames](std::vector<float>& samples) { return std::span(samples).first(frames); };
+    const auto right = [frames](std::vector<float>& samples) { return std::span(samples).last(frames); };
+    float from = stored(1.0F);
+    for (const float to : {1.0F, 1.0F, 0.25F, 0.25F, 0.75F, 0.5F, 0.5F, 0.5F, 1.0F}) {
+      MonitorGainSet(gain(), to);
+      render({bufferOf(2, in)}, {bufferOf(2, out)});
+      for (std::size_t sample = 0; sample < in.size(); ++sample) {
+        const float position = static_cast<float>(sample / 2 + 1) / static_cast<float>(frames);
+        ASSERT_EQ(out[sample], in[sample] * std::fma(to - from, position, from))
+            << frames << " frames, " << sample;
+      }
+      render({bufferOf(1, left(in)), bufferOf(1, right(in))},
+             {bufferOf(1, left(out)), bufferOf(1, right(out))});
+      for (std::size_t sample = 0; sample < in.size(); ++sample) ASSERT_EQ(out[sample], in[sample] * to);
+      from = to;
+    }
+  }
+}
+
+// Whichever way each of them is written, the later one is heard where they meet.
+TEST_F(MonitorGainTest, LongOutputsThatShareMemoryAreWrittenOneAfterTheOtherInEveryRender) {
+  constexpr std::size_t kFrames = 8192;
+  std::vector<float> first(kFrames, 1.0F);
+  std::vector<float> second(kFrames, 2.0F);
+  std::vector<float> out(kFrames + kFrames / 2);
+  for (const float target : {1.0F, 1.0F, 0.5F, 0.5F, 0.25F, 1.0F}) {
+    MonitorGainSet(gain(), target);
+    for (int again = 0; again < 3; ++again) {
+      render({bufferOf(1, first), bufferOf(1, second)},
+             {bufferOf(1, std::span(out).first(kFrames)), bufferOf(1, std::span(out).last(kFrames))});
+      ASSERT_EQ(out.back(), 2.0F * target);
+      if (again == 0) continue;  // may have been a ramp
+      for (std::size_t sample = 0; sample < out.size(); ++sample) {
+        ASSERT_EQ(out[sample], sample < kFrames / 2 ? target : 2.0F * target) << sample;
+      }
+    }
+  }
 }
 
 TEST_F(MonitorGainTest, ChannelsOfOneListAreRampedAlikeHoweverManyThereAre) {
