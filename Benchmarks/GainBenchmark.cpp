@@ -25,25 +25,14 @@ constexpr std::size_t kCacheLineSamples = 16;
 // theirs, in a copy most of all.
 constexpr std::size_t kGapSamples = 17 * kCacheLineSamples;
 
-// A list of buffers in memory of its own.
-class BufferList {
- public:
-  explicit BufferList(const std::vector<MonitorAudioBuffer>& buffers)
-      : memory_((offsetof(MonitorAudioBufferList, mBuffers) + buffers.size() * sizeof(MonitorAudioBuffer)) /
-                sizeof(std::uint64_t)) {
-    auto* bytes = reinterpret_cast<unsigned char*>(memory_.data());
-    const auto count = static_cast<std::uint32_t>(buffers.size());
-    std::memcpy(bytes, &count, sizeof count);
-    std::memcpy(bytes + offsetof(MonitorAudioBufferList, mBuffers), buffers.data(),
-                buffers.size() * sizeof(MonitorAudioBuffer));
-  }
-  [[nodiscard]] MonitorAudioBufferList* get() {
-    return reinterpret_cast<MonitorAudioBufferList*>(memory_.data());
-  }
+// A list of one buffer or two, laid out as the interface's list of any length.
+struct BufferList {
+  std::uint32_t count = 0;
+  std::array<MonitorAudioBuffer, 2> buffers{};
 
- private:
-  std::vector<std::uint64_t> memory_;
+  [[nodiscard]] MonitorAudioBufferList* get() { return reinterpret_cast<MonitorAudioBufferList*>(this); }
 };
+static_assert(offsetof(BufferList, buffers) == offsetof(MonitorAudioBufferList, mBuffers));
 
 // Stereo frames, either interleaved in one buffer or as two buffers of one channel.
 enum class Layout { Interleaved, TwoBuffers };
@@ -87,13 +76,13 @@ class Render {
     return static_cast<float*>(std::align(kCacheLineSamples * sizeof(float), bytes(), at, space)) +
            index * stride();
   }
-  [[nodiscard]] std::vector<MonitorAudioBuffer> list(std::size_t first, std::array<float*, 2>& places) {
-    std::vector<MonitorAudioBuffer> buffers;
+  [[nodiscard]] BufferList list(std::size_t first, std::array<float*, 2>& places) {
+    BufferList list{static_cast<std::uint32_t>(buffers_), {}};
     for (std::size_t buffer = 0; buffer < buffers_; ++buffer) {
       places[buffer] = place(first + buffer);
-      buffers.push_back({buffers_ == 1 ? 2U : 1U, static_cast<std::uint32_t>(bytes()), places[buffer]});
+      list.buffers[buffer] = {buffers_ == 1 ? 2U : 1U, static_cast<std::uint32_t>(bytes()), places[buffer]};
     }
-    return buffers;
+    return list;
   }
 
   std::size_t buffers_;

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 // What is measured: a product against a floor, in pairs that are run in turn, so that whatever the machine
@@ -13,11 +16,32 @@ namespace monitor::bench {
 
 inline constexpr std::size_t kFewestPairs = 15;
 
+// A function without arguments that is run many times. The loop is compiled around the function itself: of
+// work that takes nanoseconds, a call through a pointer for each run would be a part of what is measured.
+class Repeated {
+ public:
+  Repeated() = default;
+  template <class Function>
+  requires std::invocable<Function&> &&(!std::same_as<std::remove_cvref_t<Function>, Repeated>)
+      Repeated(Function function)  // NOLINT(google-explicit-constructor): written as a lambda
+      : runs_([function = std::move(function)](std::size_t runs) mutable {
+          for (std::size_t run = 0; run < runs; ++run) {
+            function();
+            asm volatile("" : : : "memory");  // what a run wrote counts as used
+          }
+        }) {}
+
+  void operator()(std::size_t runs) const { runs_(runs); }
+  [[nodiscard]] explicit operator bool() const { return runs_ != nullptr; }
+
+ private:
+  std::function<void(std::size_t)> runs_;
+};
+
 // Something to measure, by one of the two functions.
 struct Work {
   std::string name;
-  std::function<void()>
-      repeat;  // run often enough to fill a sample, and timed by the harness; seconds are of one run
+  Repeated repeat;  // run often enough to fill a sample, and timed by the harness; seconds are of one run
   std::function<double()>
       sample;  // does and times one sample itself, e.g. in another process; returns seconds
 };
@@ -39,7 +63,8 @@ struct Comparison {
   std::vector<Floor> floors;
   std::optional<double> bound;
   Clock clock = Clock::Wall;
-  std::optional<std::size_t> pairs = std::nullopt;  // for runs of many seconds: so many, whatever is asked of the others
+  std::optional<std::size_t> pairs =
+      std::nullopt;  // for runs of many seconds: so many, whatever is asked of the others
 };
 
 // A figure that must not exceed a bound as it is: a request's milliseconds, a process's megabytes.

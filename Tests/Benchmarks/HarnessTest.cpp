@@ -43,6 +43,17 @@ TEST(QuartilesTest, NoValuesAreRefused) {
   EXPECT_THROW((void)quartilesOf({}), std::invalid_argument);
 }
 
+TEST(RepeatedTest, RunsTheFunctionAsOftenAsSaid) {
+  int runs = 0;
+  const Repeated repeated([&runs] { ++runs; });
+  EXPECT_TRUE(repeated);
+  repeated(0);
+  EXPECT_EQ(runs, 0);
+  repeated(7);
+  EXPECT_EQ(runs, 7);
+  EXPECT_FALSE(Repeated());
+}
+
 TEST(MeasureTest, RatioIsAgainstTheWeightedSumOfTheFloors) {
   const Result result = measure(
       "subject", comparison(8.0, {{1.5, taking("copy", 2.0)}, {1.0, taking("silence", 1.0)}}, 1.0), {});
