@@ -223,7 +223,7 @@ void NativeMonitorCollector::readProcesses(double uptime, bool includeProjects) 
   listing_.restricted = 0;
   listing_.processes.reserve(pids.size());
   for (const std::int32_t pid : pids) {
-    if (pid > 0) readProcess(pid, pass, listing_);
+    if (pid > 0) readProcess(pid, pass);
   }
   forgetEndedProcesses();
   if (identities_.size() > kMostIdentities) identities_.clear();
@@ -232,24 +232,19 @@ void NativeMonitorCollector::readProcesses(double uptime, bool includeProjects) 
 // Processes mostly come in the order of the last pass. Following that order spares the search, and what the
 // next ones need is on its way from memory in good time: after a second of other programs none of it is in a
 // cache.
-NativeMonitorCollector::Known& NativeMonitorCollector::remembered(const ProcessKey& key) {
+NativeMonitorCollector::Remembered& NativeMonitorCollector::remembered(const ProcessKey& key) {
   constexpr std::size_t kAhead = 6;
   if (next_ + kAhead < lastOrder_.size()) prefetch(*lastOrder_[next_ + kAhead]);
-  if (next_ < lastOrder_.size() && lastOrder_[next_]->key == key) return *lastOrder_[next_++];
+  if (next_ < lastOrder_.size() && lastOrder_[next_]->first == key) return *lastOrder_[next_++];
   const auto [entry, isNew] = processRates_.try_emplace(key);
-  Known& known = entry->second;
-  if (isNew) {
-    known.key = key;
-  } else {
-    next_ = known.place + 1;  // some ended, or the order is another one
-  }
-  return known;
+  if (!isNew) next_ = entry->second.place + 1;  // some ended, or the order is another one
+  return *entry;
 }
 
-void NativeMonitorCollector::prefetch(const Known& known) {
+void NativeMonitorCollector::prefetch(const Remembered& process) {
   constexpr std::size_t kCacheLine = 64;
-  const char* begin = reinterpret_cast<const char*>(&known);
-  for (std::size_t line = 0; line < sizeof known; line += kCacheLine) __builtin_prefetch(begin + line);
+  const char* begin = reinterpret_cast<const char*>(&process);
+  for (std::size_t line = 0; line < sizeof process; line += kCacheLine) __builtin_prefetch(begin + line);
 }
 
 void NativeMonitorCollector::forgetEndedProcesses() {
@@ -257,22 +252,23 @@ void NativeMonitorCollector::forgetEndedProcesses() {
   std::erase_if(processRates_, [this](const auto& entry) { return entry.second.pass != pass_; });
 }
 
-void NativeMonitorCollector::readProcess(std::int32_t pid, const Pass& pass, Listing& listing) {
+void NativeMonitorCollector::readProcess(std::int32_t pid, const Pass& pass) {
   const auto info = processInfo(ports_.processes, pid);
   if (!info || info->owner != pass.owner) return;
   const auto usage = ports_.processes.usage(pid);
   if (!usage) {
-    ++listing.restricted;
+    ++listing_.restricted;
     return;
   }
-  Known& known = remembered(info->key);
+  Remembered& process = remembered(info->key);
+  Known& known = process.second;
   if (known.pass == 0 || ports_.processes.mayHaveNewIdentity(pid)) identify(pid, known);
   if (std::exchange(known.pass, pass_) != pass_) {
     known.place = order_.size();
-    order_.push_back(&known);
+    order_.push_back(&process);
   }
 
-  ProcessSample& sample = listing.processes.emplace_back();
+  ProcessSample& sample = listing_.processes.emplace_back();
   sample.key = info->key;
   sample.parentPID = info->parent;
   sample.owner = info->owner;

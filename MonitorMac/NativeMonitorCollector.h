@@ -72,7 +72,6 @@ class NativeMonitorCollector {
   };
   // What is remembered of a process as long as every pass sees it.
   struct Known {
-    ProcessKey key;
     CounterRate cpu;
     CounterRate diskRead;
     CounterRate diskWrite;
@@ -81,6 +80,7 @@ class NativeMonitorCollector {
     std::string executable;
     Identity identity;
   };
+  using Remembered = std::pair<const ProcessKey, Known>;
   struct Listing {
     std::vector<ProcessSample> processes;
     std::int64_t restricted = 0;
@@ -103,9 +103,9 @@ class NativeMonitorCollector {
   void readBattery(MonitorSnapshot& snapshot);
   void readProcesses(double uptime, bool includeProjects);
   // Appends the process to the listing, or counts it there, or neither.
-  void readProcess(std::int32_t pid, const Pass& pass, Listing& listing);
-  [[nodiscard]] Known& remembered(const ProcessKey& key);
-  static void prefetch(const Known& known);
+  void readProcess(std::int32_t pid, const Pass& pass);
+  [[nodiscard]] Remembered& remembered(const ProcessKey& key);
+  static void prefetch(const Remembered& process);
   void forgetEndedProcesses();
   void identify(std::int32_t pid, Known& known);
   [[nodiscard]] const Identity& identity(std::int32_t pid, const std::string& executable);
@@ -119,9 +119,9 @@ class NativeMonitorCollector {
   InterfaceRates diskIO_;
   std::pmr::unsynchronized_pool_resource nodes_;  // side by side, for speed
   std::pmr::unordered_map<ProcessKey, Known> processRates_{&nodes_};
-  std::vector<Known*> order_;      // of `processRates_`, each once, as the last pass met them
-  std::vector<Known*> lastOrder_;  // as the one before did, while a pass lasts
-  std::size_t next_ = 0;           // in `lastOrder_`
+  std::vector<Remembered*> order_;      // of `processRates_`, each once, as the last pass met them
+  std::vector<Remembered*> lastOrder_;  // as the one before did, while a pass lasts
+  std::size_t next_ = 0;                // in `lastOrder_`
   std::unordered_map<std::string, Identity> identities_;
   std::set<std::string> physicalInterfaces_;
   double lastInterfaces_ = -std::numeric_limits<double>::infinity();
