@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Platform/Linux/Host/HostFiles.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -10,8 +9,9 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <memory>
 #include <system_error>
+
+#include "Platform/Linux/Base/Folder.h"
 
 namespace monitor::platform {
 namespace {
@@ -28,10 +28,6 @@ class Descriptor {
 
  private:
   int fd_;
-};
-
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
 };
 
 constexpr std::string_view kBlanks = " \t\r\n";
@@ -77,7 +73,7 @@ std::optional<double> HostFiles::number(const std::filesystem::path& path) const
 
 std::vector<std::string> HostFiles::names(const std::filesystem::path& folder) const {
   std::vector<std::string> list;
-  const std::unique_ptr<DIR, CloseFolder> open(::opendir((root_ / folder).c_str()));
+  const Folder open(::opendir((root_ / folder).c_str()));
   if (open == nullptr) return list;
   while (const dirent* entry = ::readdir(open.get())) {
     const std::string_view name(entry->d_name);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Platform/Linux/Power/ProcessActivity.h"
 
-#include <dirent.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -9,11 +8,11 @@
 
 #include <algorithm>
 #include <charconv>
-#include <memory>
 #include <optional>
 #include <string_view>
 #include <system_error>
 
+#include "Platform/Linux/Base/Folder.h"
 #include "Platform/Linux/Process/BoundedFile.h"
 #include "Platform/Linux/Process/ListeningSockets.h"
 #include "Platform/Linux/Process/ProcessStat.h"
@@ -24,11 +23,6 @@ namespace {
 constexpr std::size_t kLargestStat = 4'096;
 constexpr std::size_t kLargestCommand = 256;
 constexpr std::size_t kLargestDescription = 16'384;
-
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
-};
-using Folder = std::unique_ptr<DIR, CloseFolder>;
 
 std::optional<std::int32_t> pidOf(std::string_view name) {
   std::int32_t pid = 0;

@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "Platform/Linux/Process/ListeningPorts.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <memory>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "Platform/Linux/Base/Folder.h"
 #include "Platform/Linux/Process/BoundedFile.h"
 
 namespace monitor::platform {
@@ -22,11 +21,6 @@ constexpr std::size_t kSocketTableBytes = 4U << 20U;
 constexpr std::size_t kMostDescriptors = 1U << 20U;
 // Of links to sockets and namespaces; a longer one leads to neither.
 using LinkBuffer = std::array<char, 64>;
-
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
-};
-using Folder = std::unique_ptr<DIR, CloseFolder>;
 
 Folder openDescriptors(const ProcFolder& proc, std::int32_t pid) {
   FileDescriptor descriptor = proc.open(pid, "fd");

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Platform/Linux/Process/ProcFolder.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,18 +9,15 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <memory>
 #include <system_error>
+
+#include "Platform/Linux/Base/Folder.h"
 
 namespace monitor::platform {
 namespace {
 
 // O_NONBLOCK: in a made-up folder the name may belong to a pipe.
 constexpr int kReading = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
-};
 
 // "123/stat", ended by a zero.
 class ProcessPath {
@@ -67,8 +63,7 @@ ProcFolder::ProcFolder(const std::string& root)
 std::vector<std::int32_t> ProcFolder::pids() const {
   std::vector<std::int32_t> list;
   FileDescriptor descriptor(::openat(root_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const std::unique_ptr<DIR, CloseFolder> folder(descriptor.valid() ? ::fdopendir(descriptor.get())
-                                                                    : nullptr);
+  const Folder folder(descriptor.valid() ? ::fdopendir(descriptor.get()) : nullptr);
   if (folder == nullptr) return list;
   descriptor.release();
   while (const dirent* entry = ::readdir(folder.get())) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Platform/Linux/Process/ProcfsProcessTable.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "Platform/Linux/Base/Folder.h"
 #include "Platform/Linux/Process/BoundedFile.h"
 #include "Platform/Linux/Process/ListeningSockets.h"
 #include "Platform/Linux/Process/ProcessFigures.h"
@@ -26,11 +26,6 @@ constexpr std::size_t kLargestStatus = 64U << 10U;
 // The listening sockets come first in these tables, so that a cut at the end costs none of them.
 constexpr std::size_t kSocketTableBytes = 4U << 20U;
 constexpr std::size_t kMostDescriptors = 1U << 20U;
-
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
-};
-using Folder = std::unique_ptr<DIR, CloseFolder>;
 
 template <typename Number>
 std::optional<Number> numberOf(std::string_view text) {
