@@ -356,6 +356,26 @@ TEST_F(NativeMonitorCollectorTest, ProcessThatWasAwayForAPassLosesItsHistory) {
   EXPECT_TRUE(sampleAfter(1.0).apps.at(0).processes.at(0).cpu);
 }
 
+TEST_F(NativeMonitorCollectorTest, ProcessThatCouldNotBeReadForAPassLosesItsHistory) {
+  auto& process = addProcess(812);
+  (void)sample();
+  process.usage.reset();
+  EXPECT_EQ(sampleAfter(1.0).restrictedProcessCount, 1);
+  process.usage = ProcessUsage{500'000'000, 1'000, 0, 0};
+  EXPECT_FALSE(sampleAfter(1.0).apps.at(0).processes.at(0).cpu);
+  EXPECT_TRUE(sampleAfter(1.0).apps.at(0).processes.at(0).cpu);
+}
+
+TEST_F(NativeMonitorCollectorTest, ListThatCannotBeReadGivesNoProcessesAndNoRestrictedOnes) {
+  addProcess(812);
+  addProcess(900).usage.reset();
+  EXPECT_EQ(sample().restrictedProcessCount, 1);
+  processes.arrange = [](std::vector<std::int32_t>& pids) { pids.clear(); };
+  const auto failed = sampleAfter(1.0);
+  EXPECT_TRUE(failed.apps.empty());
+  EXPECT_EQ(failed.restrictedProcessCount, 0);
+}
+
 TEST_F(NativeMonitorCollectorTest, RatesAreTheProcessesOwnInWhateverOrderTheyCome) {
   constexpr std::int32_t kPids = 24;
   constexpr int kPasses = 400;
